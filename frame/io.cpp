@@ -1,0 +1,84 @@
+// The stream seam: thin wrappers over stdio that let tests force the failure
+// of any open, read, write, seek or close made by the library.
+#include <cerrno>
+#include <cstdarg>
+
+#include "frame/frame_internal.h"
+
+namespace kt::io {
+namespace {
+
+using testing::Fault;
+
+// The stream on which a read or write failure was injected: its error
+// indicator is reported as set until it is closed, as stdio would.
+std::FILE* g_failed_stream = nullptr;
+
+bool Inject(Fault fault, std::FILE* stream) {
+  if (!frame::ShouldFail(fault)) return false;
+  if (stream != nullptr) g_failed_stream = stream;
+  errno = EIO;
+  return true;
+}
+
+}  // namespace
+
+std::FILE* Open(const char* path, const char* mode) noexcept {
+  if (Inject(Fault::kOpen, nullptr)) return nullptr;
+  return std::fopen(path, mode);
+}
+
+int Close(std::FILE* stream) noexcept {
+  if (stream == g_failed_stream) g_failed_stream = nullptr;
+  const bool fail = Inject(Fault::kClose, nullptr);
+  const int result = std::fclose(stream);
+  return fail ? EOF : result;
+}
+
+std::size_t Read(void* buffer, std::size_t size, std::size_t count, std::FILE* stream) noexcept {
+  if (Inject(Fault::kRead, stream)) return 0;
+  return std::fread(buffer, size, count, stream);
+}
+
+std::size_t Write(const void* buffer, std::size_t size, std::size_t count,
+                  std::FILE* stream) noexcept {
+  if (Inject(Fault::kWrite, stream)) return 0;
+  return std::fwrite(buffer, size, count, stream);
+}
+
+int Seek(std::FILE* stream, long offset, int origin) noexcept {
+  if (Inject(Fault::kSeek, nullptr)) return -1;
+  return std::fseek(stream, offset, origin);
+}
+
+long Tell(std::FILE* stream) noexcept {
+  if (Inject(Fault::kSeek, nullptr)) return -1L;
+  return std::ftell(stream);
+}
+
+int GetChar(std::FILE* stream) noexcept {
+  if (Inject(Fault::kRead, stream)) return EOF;
+  return std::fgetc(stream);
+}
+
+int PutChar(int c, std::FILE* stream) noexcept {
+  if (Inject(Fault::kWrite, stream)) return EOF;
+  return std::fputc(c, stream);
+}
+
+int Printf(std::FILE* stream, const char* format, ...) noexcept {
+  if (Inject(Fault::kWrite, stream)) return -1;
+  va_list arguments;
+  va_start(arguments, format);
+  const int result = std::vfprintf(stream, format, arguments);
+  va_end(arguments);
+  return result;
+}
+
+bool Error(std::FILE* stream) noexcept {
+  return std::ferror(stream) != 0 || (stream != nullptr && stream == g_failed_stream);
+}
+
+bool EndOfFile(std::FILE* stream) noexcept { return std::feof(stream) != 0; }
+
+}  // namespace kt::io

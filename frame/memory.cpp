@@ -1,0 +1,62 @@
+// Counted memory: every block the library hands out or keeps comes from
+// KT_Allouer, which adds the allocator's usable size of the block to a
+// running total and keeps the peak of that total.
+#include <malloc.h>
+
+#include <cstdlib>
+
+#include "frame/frame_internal.h"
+#include "traces/traces_internal.h"
+
+// Exported for components that link against them; nothing updates them. The
+// live totals are the private pair below.
+uint32_t ulMemAllouee = 0;
+uint32_t ulMaxAlloue = 0;
+
+namespace {
+constexpr std::uint16_t kTraceSub = 5;  // configuration, start-up, memory
+}  // namespace
+
+namespace kt::frame {
+namespace {
+
+std::uint32_t g_mem_allouee = 0;  // sum of usable sizes of live blocks
+std::uint32_t g_max_alloue = 0;   // highest value g_mem_allouee reached
+
+// Accounting uses the same measure on allocation and release.
+std::uint32_t UsableSize(void* block) noexcept {
+  return block == nullptr ? 0 : static_cast<std::uint32_t>(malloc_usable_size(block));
+}
+
+}  // namespace
+
+std::uint32_t AllocatedTotal() noexcept { return g_mem_allouee; }
+std::uint32_t AllocatedPeak() noexcept { return g_max_alloue; }
+
+}  // namespace kt::frame
+
+using namespace kt::traces;
+
+void* KT_Allouer(uint32_t ulTaille) {
+  using kt::frame::g_max_alloue;
+  using kt::frame::g_mem_allouee;
+  void* block = kt::frame::ShouldFail(kt::testing::Fault::kAlloc) ? nullptr : std::malloc(ulTaille);
+  const std::uint32_t usable = kt::frame::UsableSize(block);
+  KT_TRACE(kTraceEnter, "Allocation de %u (%u) a l'adresse %p", ulTaille, usable, block);
+  if (block == nullptr) KT_TRACE(kTraceError, "KT_Allouer memoire insuffisante");
+  g_mem_allouee += usable;
+  if (g_mem_allouee > g_max_alloue) g_max_alloue = g_mem_allouee;
+  KT_TRACE(kTraceExit, "Taille Memoire cumulee = %lu", static_cast<unsigned long>(g_mem_allouee));
+  return block;
+}
+
+void KT_Liberer(void* pBloc) {
+  using kt::frame::g_mem_allouee;
+  if (pBloc == nullptr) return;
+  const std::uint32_t usable = kt::frame::UsableSize(pBloc);
+  g_mem_allouee -= usable;
+  KT_TRACE(kTraceEnter, "Liberation de %u octets a l'adresse %p", usable, pBloc);
+  // The tab before the number differs from the allocation's text; both are kept.
+  KT_TRACE(kTraceExit, "Taille Memoire cumulee = \t%lu", static_cast<unsigned long>(g_mem_allouee));
+  std::free(pBloc);
+}

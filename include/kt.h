@@ -1,0 +1,11 @@
+/*
+ * kt.h - the whole public interface of the KT common module
+ * (libvlnvktosx). Include this, or only the subsystem headers you use.
+ */
+#ifndef KT_H
+#define KT_H
+
+#include "kt_frame.h"
+#include "kt_traces.h"
+
+#endif /* KT_H */

@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# The whole test suite: a normal build and an AddressSanitizer +
+# UndefinedBehaviorSanitizer build, each built and run with CTest, then every
+# libFuzzer target for a bounded time on its seed corpus (when Clang is here).
+# KT_FUZZ_SECONDS sets the time per fuzz target (default 30; 0 skips).
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+"$root/scripts/ensure-deps.sh"
+jobs=$(nproc)
+
+run_suite() {
+  local name=$1
+  shift
+  local build="$root/build/$name"
+  echo "=== $name build ==="
+  cmake -S "$root" -B "$build" -G Ninja "$@" >/dev/null
+  cmake --build "$build" -j "$jobs"
+  (cd "$build" && ctest --output-on-failure -j "$jobs" --timeout 600)
+}
+
+run_suite normal -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKT_BUILD_BENCHMARKS=ON
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+  run_suite sanitize -DCMAKE_BUILD_TYPE=Debug -DKT_SANITIZE=ON
+
+fuzz_seconds=${KT_FUZZ_SECONDS:-30}
+if [ "$fuzz_seconds" -gt 0 ] && command -v clang++ >/dev/null && [ -d "$root/fuzz" ] &&
+   ls "$root"/fuzz/*_fuzz.cpp >/dev/null 2>&1; then
+  echo "=== fuzz targets (${fuzz_seconds}s each) ==="
+  build="$root/build/fuzz"
+  CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DKT_BUILD_TESTS=OFF -DKT_BUILD_FUZZERS=ON >/dev/null
+  cmake --build "$build" -j "$jobs"
+  for source in "$root"/fuzz/*_fuzz.cpp; do
+    target=$(basename "$source" .cpp)
+    corpus="$build/corpus/$target"
+    mkdir -p "$corpus"
+    seeds="$root/fuzz/corpus/$target"
+    [ -d "$seeds" ] || seeds=""
+    echo "--- $target ---"
+    "$build/fuzz/$target" -max_total_time="$fuzz_seconds" -print_final_stats=1 \
+      -timeout=10 "$corpus" $seeds 2>&1 | tail -n 12
+  done
+fi
+echo "test suite: all builds passed"

@@ -1,0 +1,56 @@
+/*
+ * A C99 caller of the library: includes the umbrella header, checks the
+ * record sizes the C way and calls one function of each public header.
+ * Argument: a scratch directory.
+ */
+#include <stdio.h>
+#include <string.h>
+
+#include "kt.h"
+
+static int failures = 0;
+
+#define CHECK(condition)                                             \
+  do {                                                               \
+    if (!(condition)) {                                              \
+      fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition); \
+      ++failures;                                                    \
+    }                                                                \
+  } while (0)
+
+static void check_frame(void) {
+  void* block = KT_Allouer(10);
+  CHECK(block != NULL);
+  KT_Liberer(block);
+  CHECK(KT_OK == 0 && KT_ERR_NUMERO_INCONNU == 0xF807);
+}
+
+static void check_traces(const char* directory) {
+  char path[1024];
+  FILE* stream;
+  char line[64];
+  snprintf(path, sizeof path, "%s/c_api_trace.txt", directory);
+  CHECK(KT_usActiverTrace(path, "w", 1, 5, 2) == KT_OK);
+  CHECK(KT_bTraceActive() == 1);
+  KT_TraceEcrire(1, 5, 4, "from C %d", 42);
+  CHECK(KT_usActiverTrace(path, "w", 1, 5, 0) == KT_OK);
+  stream = fopen(path, "r");
+  CHECK(stream != NULL);
+  if (stream != NULL) {
+    CHECK(fgets(line, sizeof line, stream) != NULL && strcmp(line, "### DEBUT TRACE ###\n") == 0);
+    CHECK(fgets(line, sizeof line, stream) != NULL && strcmp(line, "from C 42\n") == 0);
+    fclose(stream);
+  }
+}
+
+int main(int argc, char** argv) {
+  const char* directory = argc > 1 ? argv[1] : ".";
+  check_frame();
+  check_traces(directory);
+  if (failures != 0) {
+    fprintf(stderr, "%d check(s) failed\n", failures);
+    return 1;
+  }
+  printf("C caller: all checks passed\n");
+  return 0;
+}
