@@ -45,6 +45,9 @@ std::uint32_t AllocatedPeak() noexcept;
 // $KT_PREFERENCES_DIR when set and not empty, else the built-in default.
 const char* PreferencesDirectory() noexcept;
 
+// Starts of the library not yet matched by a stop.
+std::uint16_t LoadCount() noexcept;
+
 }  // namespace kt::frame
 
 // Every stream call of the library goes through here, so that tests can make

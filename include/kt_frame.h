@@ -90,6 +90,72 @@ KT_BEGIN_DECLS
 #define KT_FORMAT_NB_CHAMPS       ((uint16_t)0xA800)
 
 /* ------------------------------------------------------------------------
+ * Start-up and shut-down.
+ *
+ * Each component of the suite calls KT_usInitLIB once when it starts and
+ * KT_usTermLIB when it stops. The first start of the process reads
+ * "repertoiretravail" and "repertoiretable" of section "commun" of
+ * "volen.ini", opens "tablebin.vkt" in the tables directory with its CRC
+ * check, compares its versions with the library's "0100", loads the
+ * dictionary and writes the version files 92.adm (the library) and 93.adm
+ * (the tables file) in the working directory. Later starts only count; the
+ * last stop releases the dictionary.
+ */
+
+/*
+ * KT_usInitLIB - starts the library. On the first successful start,
+ * *ppcVersionKT and *ppcVersionTables receive new 5-byte blocks ("0100" and
+ * the tables file's version; free them with KT_Liberer); on later starts they
+ * are left untouched and the result is 0.
+ * Returns KT_ERR_BUFFER_TRAVAIL, KT_ERR_REP_TABLES, KT_ERR_REP_TRAVAIL,
+ * KT_ERR_VERSION (the tables file stays open), KT_ERR_FIN_FICHIER (a table
+ * other than TGROUPE, TCHAMP, TVALEUR), the codes of opening and reading the
+ * tables file, or the code of a version file that could not be written (the
+ * library is then started all the same). A failed start leaves the library
+ * stopped, to be started again from the beginning.
+ */
+KT_API uint16_t KT_usInitLIB(char** ppcVersionKT, char** ppcVersionTables);
+
+/* KT_usTermLIB - counts one stop; the last one releases the dictionary. Always 0. */
+KT_API uint16_t KT_usTermLIB(void);
+
+/*
+ * KT_usDonnerRepertoireTravail - hands out in *ppcRepertoire a new 256-byte
+ * block holding the working directory (the empty text when it is not
+ * configured; the caller frees the block in every case). Returns
+ * KT_ERR_REP_TRAVAIL when it is not configured, KT_ERR_BUFFER_TRAVAIL when
+ * the block cannot be allocated.
+ */
+KT_API uint16_t KT_usDonnerRepertoireTravail(char** ppcRepertoire);
+
+/*
+ * KT_usEcrireVersionComposant - writes pcVersion (up to its terminator;
+ * ulLongueur is not used) as the whole content of "<cComposant>.adm" in the
+ * working directory. Returns KT_ERR_REP_TRAVAIL, KT_ERR_FICHIER_VERSION when
+ * the file cannot be named or created, KT_ERR_FICHIER when it cannot be
+ * closed.
+ */
+KT_API uint16_t KT_usEcrireVersionComposant(int8_t cComposant, const char* pcVersion,
+                                            uint32_t ulLongueur);
+
+/*
+ * KT_usLireVersionComposant - hands out in *ppcContenu a new block holding
+ * the bytes of "<cComposant>.adm" (no terminator added) and their number in
+ * *pulLongueur; an empty file gives a zero-size block. Returns
+ * KT_ERR_REP_TRAVAIL, or KT_ERR_FICHIER when the file cannot be opened, read
+ * or closed.
+ */
+KT_API uint16_t KT_usLireVersionComposant(int8_t cComposant, char** ppcContenu,
+                                          uint32_t* pulLongueur);
+
+/* Internal steps, exported for callers that use them. */
+
+/* usIAInitialisation - the work behind KT_usInitLIB. */
+KT_API uint16_t usIAInitialisation(char** ppcVersionKT, char** ppcVersionTables);
+/* usIADecharger - releases the dictionary. Always 0. */
+KT_API uint16_t usIADecharger(void);
+
+/* ------------------------------------------------------------------------
  * Counted memory.
  *
  * The library keeps the sum of the usable sizes of the blocks it handed out

@@ -1,0 +1,178 @@
+// Component version files: each component of the suite leaves its version,
+// as the bare text, in "<number>.adm" in the working directory named by
+// "repertoiretravail" of section "commun" of "volen.ini".
+#include <cstring>
+
+#include "frame/frame_internal.h"
+#include "frame/support.h"
+#include "traces/traces_internal.h"
+
+namespace {
+
+constexpr std::uint16_t kTraceSub = 4;         // working directory, version files
+constexpr std::uint16_t kTraceSubStartup = 5;  // the allocation message is start-up's
+
+using namespace kt::traces;
+
+constexpr std::uint32_t kDirectoryBlock = 256;
+// The reader writes its terminator one past the size it is given, so the
+// 256-byte block is offered as 255 characters.
+constexpr std::uint32_t kDirectoryChars = kDirectoryBlock - 1;
+
+// A new copy of `text` (length + 1 bytes), or null.
+char* CopyText(const char* text) {
+  const std::size_t length = std::strlen(text);
+  char* copy = static_cast<char*>(KT_Allouer(static_cast<std::uint32_t>(length + 1)));
+  if (copy != nullptr) std::memcpy(copy, text, length + 1);
+  return copy;
+}
+
+// The working directory as a new text, or null with the status of the
+// directory query (traced by the caller).
+std::uint16_t WorkingDirectoryCopy(char** copy) {
+  char* directory = nullptr;
+  std::uint16_t us = KT_usDonnerRepertoireTravail(&directory);
+  *copy = nullptr;
+  if (us == KT_OK) {
+    *copy = CopyText(directory);
+    if (*copy == nullptr) us = KT_FAIL(KT_ERR_MEMOIRE);
+  }
+  KT_Liberer(directory);
+  return us;
+}
+
+}  // namespace
+
+uint16_t KT_usDonnerRepertoireTravail(char** ppcRepertoire) {
+  KT_TRACE(kTraceEnter, "KT_usDonnerRepertoireTravail");
+  uint16_t us = KT_OK;
+  char* directory = static_cast<char*>(KT_Allouer(kDirectoryBlock));
+  if (ppcRepertoire != nullptr) *ppcRepertoire = directory;
+  if (directory == nullptr) {
+    // The start-up's text, kept as is.
+    KT_TraceEcrire(kModuleKt, kTraceSubStartup, kTraceError,
+                   "IAInitialisation probleme allocation memoire");
+    us = KT_FAIL(KT_ERR_BUFFER_TRAVAIL);
+  } else {
+    directory[0] = '\0';
+    if (KT_ulLireChaineIni("commun", "repertoiretravail", directory, kDirectoryChars,
+                           "volen.ini") == 0) {
+      KT_TRACE(kTraceError, "ERREUR du repertoire de travail  (%u)", 63217u);
+      us = KT_FAIL(KT_ERR_REP_TRAVAIL);
+    }
+    // Handed out even when the key is missing: the caller frees it.
+    if (ppcRepertoire == nullptr) KT_Liberer(directory);
+  }
+  KT_TRACE(kTraceExit, "KT_usDonnerRepertoireTravail");
+  return us;
+}
+
+uint16_t KT_usEcrireVersionComposant(int8_t cComposant, const char* pcVersion,
+                                     uint32_t ulLongueur) {
+  (void)ulLongueur;  // the text is written up to its terminator
+  KT_TRACE(kTraceEnter, "KT_usEcrireVersionComposant");
+  char* directory = nullptr;
+  uint16_t us = KT_usDonnerRepertoireTravail(&directory);
+  KT_TRACE(kTraceInfo, "KT_usDonnerRepertoireTravail /  usRetour =0x%04x", us);
+  char* directory_copy = nullptr;
+  if (us == KT_ERR_REP_TRAVAIL) {
+    KT_TRACE(kTraceInfo, "Retour de recherche du repertoire de travail =(%u)", us);
+  } else if (us == KT_OK) {
+    directory_copy = CopyText(directory);
+    if (directory_copy == nullptr) us = KT_FAIL(KT_ERR_MEMOIRE);
+    KT_TRACE(kTraceInfo, "Repertoire Travail OK");
+  }
+  KT_TRACE(kTraceInfo, "ECRITURE DES COMPOSANTS Retour de recherche du repertoire de travail =(%u)",
+           us);
+  KT_Liberer(directory);
+
+  FILE* stream = nullptr;
+  if (us == KT_OK) {
+    char* name = nullptr;
+    char* full_name = nullptr;
+    us = usConstruireNomComplet(cComposant, &name);
+    KT_TRACE(kTraceInfo, "ECRITURE DES COMPOSANTS: usConstruireNomComplet =0x%04x", us);
+    us = KT_usCreerNomCompletFichier(directory_copy, name != nullptr ? name : "", &full_name);
+    KT_TRACE(kTraceInfo, " ECRITURE DES COMPOSANTS KT_usCreerNomCompletFichier =0x%04x", us);
+    if (us == KT_OK) us = usOuvrirFichier(full_name, "wb", &stream);
+    if (us != KT_OK) {
+      KT_TRACE(kTraceError, "ECRITURE DES COMPOSANTS Retour ERREUR =(%u)", us);
+      us = KT_FAIL(KT_ERR_FICHIER_VERSION);
+    }
+    KT_Liberer(full_name);
+    KT_Liberer(name);
+  }
+  if (stream != nullptr) {
+    // Write failures are not checked; a failing close is.
+    (void)kt::io::Printf(stream, "%s", pcVersion != nullptr ? pcVersion : "");
+    if (usFermerFichier(stream) != KT_OK) {
+      us = KT_FAIL(KT_ERR_FICHIER);
+      KT_TRACE(kTraceError, "Retour ERREUR =(%u)", us);
+    }
+  }
+  KT_Liberer(directory_copy);
+  KT_TRACE(kTraceInfo, "Resultat fin fonction =(%u)", us);
+  KT_TRACE(kTraceExit, "KT_usEcrireVersionComposant");
+  return us;
+}
+
+uint16_t KT_usLireVersionComposant(int8_t cComposant, char** ppcContenu, uint32_t* pulLongueur) {
+  KT_TRACE(kTraceEnter, "KT_usLireVersionComposant");
+  char* directory = nullptr;
+  uint16_t us = WorkingDirectoryCopy(&directory);
+  if (us == KT_ERR_REP_TRAVAIL) {
+    KT_TRACE(kTraceError, "LECTURE DES COMPOSANTS Erreur sur le repertoire de travail =(%u)", us);
+  }
+
+  FILE* stream = nullptr;
+  if (us == KT_OK) {
+    char* name = nullptr;
+    char* full_name = nullptr;
+    us = usConstruireNomComplet(cComposant, &name);
+    KT_TRACE(kTraceInfo, "LECTURE DES COMPOSANTS: usConstruireNomComplet =0x%04x", us);
+    us = KT_usCreerNomCompletFichier(directory, name != nullptr ? name : "", &full_name);
+    KT_TRACE(kTraceInfo, "LECTURE DES COMPOSANTS KT_usCreerNomCompletFichier =0x%04x", us);
+    // Unlike the writer, the failure is returned as it came.
+    if (us == KT_OK) us = usOuvrirFichier(full_name, "r", &stream);
+    if (us != KT_OK) KT_TRACE(kTraceError, "LECTURE DES COMPOSANTS Retour ERREUR =(%u)", us);
+    KT_TRACE(kTraceInfo, "Retour =(%u)", us);
+    KT_Liberer(full_name);
+    KT_Liberer(name);
+  }
+
+  if (stream != nullptr) {
+    std::uint32_t length = 0;
+    (void)KT_usLongueurFichier(stream, &length);  // result not used here
+    // The block reader counts in 16 bits: version files are a few bytes.
+    auto count = static_cast<std::uint16_t>(length);
+    char* block = static_cast<char*>(KT_Allouer(count));
+    if (block == nullptr) {
+      us = KT_FAIL(KT_ERR_MEMOIRE);
+    } else {
+      us = usLireBufferFichier(stream, block, &count);
+    }
+    if (us == KT_OK) {
+      char* content = static_cast<char*>(KT_Allouer(count));
+      if (content == nullptr) {
+        us = KT_FAIL(KT_ERR_MEMOIRE);
+      } else {
+        if (count != 0) std::memcpy(content, block, count);
+        if (ppcContenu != nullptr) *ppcContenu = content; else KT_Liberer(content);
+        if (pulLongueur != nullptr) *pulLongueur = count;
+      }
+    }
+    KT_Liberer(block);
+    KT_TRACE(kTraceInfo, "Retour =(%u)", us);
+  }
+
+  KT_Liberer(directory);
+  if (stream != nullptr) {
+    // The close result becomes the result when all went well; after a failed
+    // read the stream is closed all the same, keeping the read's status.
+    const std::uint16_t closed = usFermerFichier(stream);
+    if (us == KT_OK) us = closed;
+  }
+  KT_TRACE(kTraceInfo, "KT_usLireVersionComposant =(%u)", us);
+  KT_TRACE(kTraceExit, "KT_usLireVersionComposant");
+  return us;
+}

@@ -1,0 +1,185 @@
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "frame/frame_internal.h"
+#include "kt_binfiles.h"
+#include "kt_dictionary.h"
+#include "support/dictionary_builder.h"
+#include "support/kt_test.h"
+
+namespace {
+
+using kt::test::DictionarySource;
+using kt::test::ReadFile;
+using kt::test::ScratchDir;
+using kt::test::TablesFileOptions;
+using kt::test::WriteFile;
+
+// A preferences directory with "volen.ini", a working directory and a tables
+// directory holding the sample dictionary.
+class Startup : public kt::test::KtTest {
+ protected:
+  void SetUp() override {
+    KtTest::SetUp();
+    ::setenv("KT_PREFERENCES_DIR", prefs_.path().c_str(), 1);
+    WriteVolen(true, true);
+    source_ = kt::test::LoadSampleDictionary();
+  }
+  void TearDown() override {
+    ::unsetenv("KT_PREFERENCES_DIR");
+    FreeValueTexts();
+    KtTest::TearDown();
+  }
+
+  void WriteVolen(bool with_work, bool with_tables) {
+    std::string text = "[commun]\n";
+    if (with_work) text += "repertoiretravail=" + work_.path().string() + "\n";
+    if (with_tables) text += "repertoiretable=" + tables_.path().string() + "\n";
+    WriteFile(prefs_.File("volen.ini"), text);
+  }
+
+  void WriteTables(const TablesFileOptions& options = {}) {
+    ASSERT_EQ(kt::test::WriteTablesFile(tables_.path().string(), source_, options), KT_OK);
+  }
+
+  // The library keeps the value texts for good; tests give them back.
+  void FreeValueTexts() {
+    for (std::uint32_t i = 0; g_cTabVal != nullptr && i < g_ulNbTabVal; ++i) {
+      KT_Liberer(g_cTabVal[i]);
+      g_cTabVal[i] = nullptr;
+    }
+  }
+
+  std::uint16_t Start() {
+    char* kt_version = nullptr;
+    char* tables_version = nullptr;
+    const std::uint16_t us = KT_usInitLIB(&kt_version, &tables_version);
+    if (kt_version != nullptr) kt_version_ = kt_version;
+    if (tables_version != nullptr) tables_version_ = tables_version;
+    KT_Liberer(kt_version);
+    KT_Liberer(tables_version);
+    return us;
+  }
+
+  ScratchDir prefs_, work_, tables_;
+  DictionarySource source_;
+  std::string kt_version_, tables_version_;
+};
+
+TEST_F(Startup, FirstStartLoadsTheDictionaryAndWritesBothVersionFiles) {
+  source_.version = "0123";
+  WriteTables();
+  ASSERT_EQ(Start(), KT_OK);
+  EXPECT_EQ(kt_version_, "0100");
+  EXPECT_EQ(tables_version_, "0123");
+  EXPECT_EQ(ReadFile(work_.File("92.adm")), "0100");
+  EXPECT_EQ(ReadFile(work_.File("93.adm")), "0123");
+  EXPECT_EQ(kt::frame::LoadCount(), 1);
+  EXPECT_EQ(g_ulNbTabGrp, 3u);
+  EXPECT_EQ(g_ulNbTabVal, 3u);
+  // The tables file's slot is given back.
+  FichierBinaire* slot = nullptr;
+  EXPECT_EQ(usRechercherFichier(1, &slot), KT_ERR_NUMERO_INCONNU);
+}
+
+TEST_F(Startup, LaterStartsOnlyCountAndTheLastStopReleases) {
+  WriteTables();
+  ASSERT_EQ(Start(), KT_OK);
+  char* untouched = reinterpret_cast<char*>(0x1);
+  EXPECT_EQ(KT_usInitLIB(&untouched, &untouched), KT_OK);
+  EXPECT_EQ(untouched, reinterpret_cast<char*>(0x1));
+  EXPECT_EQ(kt::frame::LoadCount(), 2);
+  EXPECT_EQ(KT_usTermLIB(), KT_OK);
+  EXPECT_NE(g_stTabGrp, nullptr);
+  FreeValueTexts();
+  EXPECT_EQ(KT_usTermLIB(), KT_OK);
+  EXPECT_EQ(g_stTabGrp, nullptr);
+  EXPECT_EQ(g_cTabVal, nullptr);
+  EXPECT_EQ(kt::frame::LoadCount(), 0);
+}
+
+TEST_F(Startup, StopWithoutStartOnlyWrapsTheCounter) {
+  WriteTables();
+  EXPECT_EQ(KT_usTermLIB(), KT_OK);
+  EXPECT_EQ(kt::frame::LoadCount(), 65535);
+}
+
+TEST_F(Startup, MissingTablesDirectoryFails) {
+  WriteVolen(true, false);
+  EXPECT_EQ(Start(), KT_ERR_REP_TABLES);
+  EXPECT_EQ(kt::frame::LoadCount(), 0);
+  EXPECT_EQ(g_stTabGrp, nullptr);
+}
+
+TEST_F(Startup, MissingWorkingDirectoryFailsWithTheDictionaryKept) {
+  WriteTables();
+  WriteVolen(false, true);
+  EXPECT_EQ(Start(), KT_ERR_REP_TRAVAIL);
+  EXPECT_EQ(kt::frame::LoadCount(), 0);
+  EXPECT_EQ(g_ulNbTabGrp, 3u);
+}
+
+TEST_F(Startup, VersionFieldsAreComparedWithTheLibraryVersion) {
+  struct Case {
+    const char* version;
+    const char* required;
+    std::uint16_t expected;
+  };
+  for (const Case& c : {Case{"0099", "0100", KT_ERR_VERSION}, Case{"0100", "0100", KT_OK},
+                        Case{"0100", "0101", KT_ERR_VERSION}, Case{"0200", "0050", KT_OK}}) {
+    SCOPED_TRACE(std::string(c.version) + "/" + c.required);
+    kt::testing::ResetAll();
+    source_.version = c.version;
+    source_.required_version = c.required;
+    WriteTables();
+    EXPECT_EQ(Start(), c.expected);
+    FichierBinaire* slot = nullptr;
+    if (c.expected == KT_ERR_VERSION) {
+      // The tables file stays open in its slot and nothing is loaded.
+      EXPECT_EQ(usRechercherFichier(1, &slot), KT_OK);
+      EXPECT_EQ(g_stTabGrp, nullptr);
+      EXPECT_EQ(kt::frame::LoadCount(), 0);
+    } else {
+      FreeValueTexts();
+    }
+  }
+}
+
+TEST_F(Startup, TablesMayComeInAnyOrderAndAFourthIsNeverRead) {
+  TablesFileOptions options;
+  options.order = {"TVALEUR", "TGROUPE", "TCHAMP", "TEXTRA"};
+  WriteTables(options);
+  ASSERT_EQ(Start(), KT_OK);
+  EXPECT_EQ(g_ulNbTabGrp, 3u);
+  EXPECT_EQ(g_ulNbTabChp, 6u);
+  EXPECT_STREQ(g_cTabVal[0], "ACHAT");
+}
+
+TEST_F(Startup, AForeignTableReleasesWhatWasLoaded) {
+  TablesFileOptions options;
+  options.order = {"TGROUPE", "TAUTRE", "TCHAMP"};
+  WriteTables(options);
+  EXPECT_EQ(Start(), KT_ERR_FIN_FICHIER);
+  EXPECT_EQ(g_stTabGrp, nullptr);
+  EXPECT_EQ(kt::frame::LoadCount(), 0);
+}
+
+TEST_F(Startup, CorruptedTablesFileFailsItsCrc) {
+  WriteTables();
+  std::string bytes = ReadFile(tables_.File("tablebin.vkt"));
+  bytes[bytes.size() - 1] ^= 0x01;
+  WriteFile(tables_.File("tablebin.vkt"), bytes);
+  EXPECT_EQ(Start(), KT_ERR_CONTROLE);
+  EXPECT_EQ(kt::frame::LoadCount(), 0);
+}
+
+TEST_F(Startup, VersionFileFailureIsReportedButTheLibraryIsStarted) {
+  WriteTables();
+  std::filesystem::remove_all(work_.path());
+  EXPECT_EQ(Start(), KT_ERR_FICHIER_VERSION);
+  EXPECT_EQ(kt::frame::LoadCount(), 1);
+  EXPECT_EQ(kt_version_, "0100");
+}
+
+}  // namespace
