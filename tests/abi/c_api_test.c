@@ -43,10 +43,23 @@ static void check_traces(const char* directory) {
   }
 }
 
+static void check_checks(void) {
+  uint16_t year[4] = {0, 0, 0, 0};
+  uint8_t month = 0;
+  uint8_t day = 0;
+  char text[13];
+  CHECK(KT_bEstDateChaineValide("20000229") == 1);
+  CHECK(KT_bDateChaineANumerique("040517", year, &month, &day) == 1);
+  CHECK(year[0] == 4 && month == 5 && day == 17);
+  CHECK(KT_bDateNumeriqueAChaine(2004, 5, 17, 12, text) == 1 && strcmp(text, "200405170000") == 0);
+  CHECK(KT_bCompareChaine("abc", "ABC") == 1);
+}
+
 int main(int argc, char** argv) {
   const char* directory = argc > 1 ? argv[1] : ".";
   check_frame();
   check_traces(directory);
+  check_checks();
   if (failures != 0) {
     fprintf(stderr, "%d check(s) failed\n", failures);
     return 1;
