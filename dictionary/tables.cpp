@@ -4,6 +4,7 @@
 
 #include "dictionary/dictionary_internal.h"
 #include "frame/frame_internal.h"
+#include "frame/support.h"
 #include "kt_binfiles.h"
 #include "traces/traces_internal.h"
 

@@ -5,8 +5,10 @@
 // and of the tables file (93) and hands both version texts out; later calls
 // only count. The last KT_usTermLIB releases the dictionary.
 #include <cstring>
+#include <initializer_list>
 
 #include "frame/frame_internal.h"
+#include "frame/support.h"
 #include "kt_binfiles.h"
 #include "kt_dictionary.h"
 #include "traces/traces_internal.h"
@@ -24,11 +26,11 @@ constexpr std::uint16_t kControleCrc = 1;
 constexpr std::int8_t kComposantKT = 92;
 constexpr std::int8_t kComposantTables = 93;
 
-// Offsets in the header record of a binary file: the file's version and the
-// lowest library version that may read it, four digits each, terminated.
-constexpr std::size_t kHeaderVersion = 13;
-constexpr std::size_t kHeaderRequiredVersion = 33;
-constexpr std::uint32_t kHeaderBlock = 256;
+// The header record's version of the file and the lowest library version
+// that may read it, four digits each, terminated.
+constexpr std::size_t kHeaderVersion = KT_ENTETE_VERSION;
+constexpr std::size_t kHeaderRequiredVersion = KT_ENTETE_VERSION_REQUISE;
+constexpr std::uint32_t kHeaderBlock = KT_TAILLE_ENTETE_FICHIER;
 constexpr std::uint32_t kWorkBlock = 256;
 constexpr std::uint32_t kWorkChars = kWorkBlock - 1;  // the reader terminates one past its size
 constexpr std::uint32_t kTableNameBlock = 10;

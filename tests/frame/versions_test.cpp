@@ -92,7 +92,8 @@ TEST_F(VersionFiles, AllocationFailureOfTheDirectoryBlock) {
 }
 
 TEST_F(VersionFiles, CloseFailureOfTheWriterIsAFileError) {
-  kt::testing::ArmFault(kt::testing::Fault::kClose, 0);
+  // The first close is the configuration reader's.
+  kt::testing::ArmFault(kt::testing::Fault::kClose, 1);
   EXPECT_EQ(KT_usEcrireVersionComposant(92, "0100", 4), KT_ERR_FICHIER);
   EXPECT_EQ(ReadFile(work_.File("92.adm")), "0100");
 }
