@@ -5,8 +5,10 @@
 #include "frame/frame_internal.h"
 #include "kt_binfiles.h"
 #include "kt_dictionary.h"
+#include "kt_zones.h"
 #include "support/dictionary_builder.h"
 #include "support/kt_test.h"
+#include "traces/traces_internal.h"
 
 namespace {
 
@@ -180,6 +182,63 @@ TEST_F(Startup, VersionFileFailureIsReportedButTheLibraryIsStarted) {
   EXPECT_EQ(Start(), KT_ERR_FICHIER_VERSION);
   EXPECT_EQ(kt::frame::LoadCount(), 1);
   EXPECT_EQ(kt_version_, "0100");
+}
+
+// A component starts the library, builds a message, checks its format and
+// hands its bytes to another, which adopts, checks and walks them; then both
+// stop. The trace shows every operation's entry and exit, balanced.
+TEST_F(Startup, TypicalMessageFromStartToStop) {
+  WriteTables();
+  const std::string trace_path = work_.File("message.trace");
+  for (std::uint16_t sub : {1, 2, 3, 5}) {
+    ASSERT_EQ(KT_usActiverTrace(trace_path.c_str(), "w", 1, sub, 2), KT_OK);
+  }
+  ASSERT_EQ(Start(), KT_OK);
+
+  std::uint16_t sender = 0;
+  ASSERT_EQ(KT_usCreerZoneMemoire(64, 1, &sender), KT_OK);
+  ASSERT_EQ(KT_usAjouterGroupe(sender, 20), KT_OK);
+  const std::string kind = "VENTE", quantity = "42";
+  ASSERT_EQ(KT_usAjouterChamp(sender, reinterpret_cast<const std::uint8_t*>(kind.data()), 5), KT_OK);
+  ASSERT_EQ(KT_usAjouterChamp(sender, reinterpret_cast<const std::uint8_t*>(quantity.data()), 2),
+            KT_OK);
+  ASSERT_EQ(KT_usControlerFormatZoneMemoire(sender), KT_OK);
+  std::uint32_t size = 0;
+  std::uint8_t* bytes = nullptr;
+  ASSERT_EQ(KT_pucLireBuffer(sender, &size, &bytes), KT_OK);
+  ASSERT_EQ(KT_usLibererZoneMemoire(sender), KT_OK);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(bytes), size),
+            std::string("\x00\x14\x09\x05VENTE\x02" "42", 12));
+
+  std::uint16_t receiver = 0;
+  ASSERT_EQ(KT_usInitialiserZoneMemoire(bytes, size, &receiver, 1), KT_OK);
+  ASSERT_EQ(KT_usControlerSyntaxeZoneMemoire(receiver), KT_OK);
+  ASSERT_EQ(KT_usPositionnerDebut(receiver), KT_OK);
+  std::uint16_t id = 0, number = 0;
+  std::uint8_t* value = nullptr;
+  std::uint32_t length = 0;
+  ASSERT_EQ(KT_usAvancerGroupeSuivant(receiver, 1, 0, &id), KT_OK);
+  EXPECT_EQ(id, 20);
+  ASSERT_EQ(KT_usAvancerChampSuivant(receiver, 2, &number, &value, &length), KT_OK);
+  EXPECT_EQ(number, 2);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(value), length), "42");
+  ASSERT_EQ(KT_usLibererZoneMemoire(receiver), KT_OK);
+  KT_Liberer(bytes);
+  FreeValueTexts();
+  ASSERT_EQ(KT_usTermLIB(), KT_OK);
+  EXPECT_EQ(kt::traces::Depth(), 0);
+  ASSERT_EQ(KT_usActiverTrace(trace_path.c_str(), "w", 1, 1, 0), KT_OK);
+
+  const std::string trace = ReadFile(trace_path);
+  for (const char* line :
+       {"{ KT_usInitLIB\n", "  Nombre de modules ayant initialis\xE9 le KT = 0\n",
+        "{ IAInitialisation\n", "  ecriture des fichiers .adm composants\n",
+        "{ KT_usControlerFormatZoneMemoire\n",
+        "  FIN de la fonction KT_usControlerFormatZoneMemoire\n",
+        "{ KT_usTermLIB\n", "  { usIADecharger\n", "  KT_usTermLIB\n}\n"}) {
+    EXPECT_NE(trace.find(line), std::string::npos) << "missing: " << line << "\n" << trace;
+  }
+  EXPECT_NE(trace.find("{ Suppression des tables /usGTSupprTables\n"), std::string::npos);
 }
 
 }  // namespace

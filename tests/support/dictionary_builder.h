@@ -48,6 +48,14 @@ struct TablesFileOptions {
 std::uint16_t WriteTablesFile(const std::string& directory, const DictionarySource& source,
                               const TablesFileOptions& options = {});
 
+// Writes the tables file into `directory` and loads its three tables into
+// the dictionary as start-up does; returns the first failing status.
+std::uint16_t LoadDictionary(const std::string& directory, const DictionarySource& source);
+
+// The library never releases the value texts of its dictionary; tests give
+// them back before the tables go.
+void FreeDictionaryValueTexts();
+
 }  // namespace kt::test
 
 #endif  // KT_TESTS_SUPPORT_DICTIONARY_BUILDER_H_
