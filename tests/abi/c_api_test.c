@@ -43,10 +43,37 @@ static void check_traces(const char* directory) {
   }
 }
 
+static void check_zones(void) {
+  uint16_t zone = 0;
+  uint16_t identifier = 0;
+  uint16_t number = 0;
+  uint8_t* value = NULL;
+  uint8_t* buffer = NULL;
+  uint32_t length = 0;
+  uint32_t end = 0;
+  static const uint8_t expected[] = {0x01, 0x02, 0x03, 0x02, 0x41, 0x42};
+  CHECK(KT_stCalculerTailleGroupe1(2, (uint32_t)3, (uint32_t)200) == 210);
+  CHECK(KT_usCreerZoneMemoire(16, 1, &zone) == KT_OK);
+  CHECK(KT_usAjouterGroupe(zone, 0x0102) == KT_OK);
+  CHECK(KT_usAjouterChamp(zone, (const uint8_t*)"AB", 2) == KT_OK);
+  CHECK(KT_usControlerSyntaxeZoneMemoire(zone) == KT_OK);
+  CHECK(KT_usPositionnerDebut(zone) == KT_OK);
+  CHECK(KT_usAvancerGroupeSuivant(zone, 1, 0, &identifier) == KT_OK && identifier == 0x0102);
+  CHECK(KT_usAvancerChampSuivant(zone, 1, &number, &value, &length) == KT_OK);
+  CHECK(number == 1 && length == 2 && value != NULL && memcmp(value, "AB", 2) == 0);
+  CHECK(KT_usFinZone(zone, &end) == KT_OK && end == 1);
+  CHECK(KT_pucLireBuffer(zone, &length, &buffer) == KT_OK);
+  CHECK(length == sizeof expected && memcmp(buffer, expected, sizeof expected) == 0);
+  CHECK(KT_usLibererZoneMemoire(zone) == KT_OK);
+  CHECK(KT_usLibererZoneMemoire(zone) == KT_ERR_NUMERO_INCONNU);
+  KT_Liberer(buffer); /* the buffer outlives its zone */
+}
+
 int main(int argc, char** argv) {
   const char* directory = argc > 1 ? argv[1] : ".";
   check_frame();
   check_traces(directory);
+  check_zones();
   if (failures != 0) {
     fprintf(stderr, "%d check(s) failed\n", failures);
     return 1;
