@@ -101,6 +101,26 @@ void Walk(std::uint16_t zone, std::uint8_t count_fields, std::uint32_t bytes) {
   (void)KT_usFinGroupe(zone, &end);
 }
 
+// A zone that passes syntax control is groups end to end: walking the
+// headers alone must cover the data exactly.
+void CheckWellFormedCover(std::uint16_t zone) {
+  if (KT_usControlerSyntaxeZoneMemoire(zone) != KT_OK) return;
+  std::uint8_t* buffer = nullptr;
+  std::uint32_t data_length = 0;
+  (void)KT_pucLireBuffer(zone, &data_length, &buffer);
+  std::uint32_t offset = 0;
+  while (offset < data_length) {
+    std::uint16_t id = 0;
+    std::uint32_t length = 0;
+    std::uint32_t header = 0;
+    if (KT_usDecoderEnteteGroupe(buffer, data_length, offset, &id, &length, &header) != KT_OK ||
+        length == 0 || std::uint64_t{offset} + header + length > data_length) {
+      Finding("syntax control accepted a zone that is not groups end to end");
+    }
+    offset += header + length;
+  }
+}
+
 // KT_usLireGroupeSuivant re-searches every occurrence from the start: its
 // walk is cubic, so it runs on small zones only.
 void ReadNextToTheEnd(std::uint16_t zone, std::uint8_t count_fields, std::uint32_t bytes) {
@@ -171,9 +191,13 @@ void RunScript(std::uint16_t zone, Script& script) {
       case 10:
         (void)KT_usControlerSyntaxeZoneMemoire(zone);
         break;
-      case 11:
-        (void)KT_usLireGroupeSuivant(zone, script.Byte() & 1, nullptr, nullptr);
+      case 11: {
+        std::uint32_t data_length = 0;
+        (void)KT_pucLireBuffer(zone, &data_length, nullptr);
+        const std::uint8_t count_fields = script.Byte() & 1;
+        if (data_length <= 1024) (void)KT_usLireGroupeSuivant(zone, count_fields, nullptr, nullptr);
         break;
+      }
       default:
         if (KT_usRechercherChamp(zone, script.Word(), script.Byte() % 3, script.Byte() % 4,
                                  script.Byte() & 1, &value, &length) == KT_OK) {
@@ -242,7 +266,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (mode == 3) {
     RunRaw(zone, script);
   } else {
-    (void)KT_usControlerSyntaxeZoneMemoire(zone);
+    CheckWellFormedCover(zone);
     Walk(zone, 0, zone_length);
     Walk(zone, 1, zone_length);
     (void)KT_usPositionnerDebut(zone);
@@ -252,7 +276,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     RunScript(zone, script);
     std::uint32_t data_length = 0;
     (void)KT_pucLireBuffer(zone, &data_length, nullptr);
-    (void)KT_usControlerSyntaxeZoneMemoire(zone);
+    CheckWellFormedCover(zone);
     Walk(zone, 1, data_length);
   }
 
