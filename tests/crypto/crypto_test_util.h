@@ -5,7 +5,9 @@
 #define KT_TESTS_CRYPTO_CRYPTO_TEST_UTIL_H_
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -51,6 +53,24 @@ inline R_RandomContext SeededRandom(unsigned seed) {
   for (unsigned i = 0; i < sizeof block; ++i) block[i] = static_cast<unsigned char>(seed * 31 + i);
   R_RandomUpdate(&context, block, sizeof block);
   return context;
+}
+
+// Key pairs made once per process with a fixed seed, by modulus length.
+struct KeyPair {
+  R_RSAPublicKey pub;
+  R_RSAPrivateKey priv;
+};
+inline const KeyPair& TestKey(uint32_t bits) {
+  static std::map<uint32_t, KeyPair> cache;
+  auto it = cache.find(bits);
+  if (it == cache.end()) {
+    R_RandomContext random = SeededRandom(bits + 1000);
+    R_ProtoKey proto = {bits, 1};
+    KeyPair pair;
+    if (R_GeneratePEMKeys(&pair.pub, &pair.priv, &proto, &random) != KT_RE_OK) std::abort();
+    it = cache.emplace(bits, pair).first;
+  }
+  return it->second;
 }
 
 inline ByteVector RandomBytes(std::mt19937& rng, std::size_t n) {
