@@ -113,7 +113,170 @@ void BM_KeyGen_Rsa1024(benchmark::State& state) {
 }
 BENCHMARK(BM_KeyGen_Rsa1024)->Unit(benchmark::kMillisecond)->Iterations(20);
 
+struct BenchKey {
+  R_RSAPublicKey pub;
+  R_RSAPrivateKey priv;
+};
+
+const BenchKey& Key1024() {
+  static const BenchKey key = [] {
+    BenchKey k;
+    R_RandomContext random = SeededRandom();
+    R_ProtoKey proto = {1024, 1};
+    R_GeneratePEMKeys(&k.pub, &k.priv, &proto, &random);
+    return k;
+  }();
+  return key;
+}
+
+// The private-key operation of a signature: a type-1 block around a
+// 34-byte DigestInfo.
+void BM_Rsa_Sign1024(benchmark::State& state) {
+  const BenchKey& key = Key1024();
+  unsigned char info[34] = {0x30}, signature[128];
+  uint32_t len;
+  for (auto _ : state) {
+    RSAPrivateEncrypt(signature, &len, info, sizeof info, &key.priv);
+    benchmark::DoNotOptimize(signature[0]);
+  }
+}
+BENCHMARK(BM_Rsa_Sign1024)->Unit(benchmark::kMicrosecond);
+
+void BM_Rsa_Verify1024(benchmark::State& state) {
+  const BenchKey& key = Key1024();
+  unsigned char info[34] = {0x30}, signature[128], back[128];
+  uint32_t len;
+  RSAPrivateEncrypt(signature, &len, info, sizeof info, &key.priv);
+  for (auto _ : state) {
+    RSAPublicDecrypt(back, &len, signature, 128, &key.pub);
+    benchmark::DoNotOptimize(back[0]);
+  }
+}
+BENCHMARK(BM_Rsa_Verify1024)->Unit(benchmark::kMicrosecond);
+
+constexpr uint32_t kMessage = 64 * 1024;
+
+// Seals 64 KiB under DES-CBC for one 1024-bit recipient.
+void BM_Envelope_Seal64K(benchmark::State& state) {
+  const BenchKey& key = Key1024();
+  R_RSAPublicKey pub = key.pub;
+  R_RSAPublicKey* recipients[1] = {&pub};
+  R_RandomContext random = SeededRandom();
+  const auto message = Data(kMessage);
+  std::vector<unsigned char> out(kMessage + 16);
+  unsigned char encrypted_key[128], iv[8];
+  unsigned char* keys[1] = {encrypted_key};
+  uint32_t key_len, len, last;
+  for (auto _ : state) {
+    R_EnvelopeContext context;
+    R_SealInit(&context, keys, &key_len, iv, 1, recipients, KT_EA_DES_CBC, &random);
+    R_SealUpdate(&context, out.data(), &len, message.data(), kMessage);
+    R_SealFinal(&context, out.data() + len, &last);
+    benchmark::DoNotOptimize(out[0]);
+  }
+  state.SetBytesProcessed(state.iterations() * kMessage);
+}
+BENCHMARK(BM_Envelope_Seal64K)->Unit(benchmark::kMicrosecond);
+
+void BM_Envelope_Open64K(benchmark::State& state) {
+  const BenchKey& key = Key1024();
+  R_RSAPublicKey pub = key.pub;
+  R_RSAPublicKey* recipients[1] = {&pub};
+  R_RandomContext random = SeededRandom();
+  const auto message = Data(kMessage);
+  std::vector<unsigned char> sealed(kMessage + 16), out(kMessage + 16);
+  unsigned char encrypted_key[128], iv[8];
+  unsigned char* keys[1] = {encrypted_key};
+  uint32_t key_len, len, last;
+  R_EnvelopeContext context;
+  R_SealInit(&context, keys, &key_len, iv, 1, recipients, KT_EA_DES_CBC, &random);
+  R_SealUpdate(&context, sealed.data(), &len, message.data(), kMessage);
+  R_SealFinal(&context, sealed.data() + len, &last);
+  const uint32_t sealed_len = len + last;
+  for (auto _ : state) {
+    R_OpenInit(&context, KT_EA_DES_CBC, encrypted_key, key_len, iv, &key.priv);
+    R_OpenUpdate(&context, out.data(), &len, sealed.data(), sealed_len);
+    R_OpenFinal(&context, out.data() + len, &last);
+    benchmark::DoNotOptimize(out[0]);
+  }
+  state.SetBytesProcessed(state.iterations() * kMessage);
+}
+BENCHMARK(BM_Envelope_Open64K)->Unit(benchmark::kMicrosecond);
+
 #ifdef KT_HAVE_OPENSSL
+RSA* OpenSslKey1024() {
+  static RSA* rsa = [] {
+    const BenchKey& key = Key1024();
+    auto bn = [](const unsigned char* p, int len) { return BN_bin2bn(p, len, nullptr); };
+    RSA* r = RSA_new();
+    RSA_set0_key(r, bn(key.priv.modulus, 128), bn(key.priv.publicExponent, 128),
+                 bn(key.priv.exponent, 128));
+    RSA_set0_factors(r, bn(key.priv.prime[0], 64), bn(key.priv.prime[1], 64));
+    RSA_set0_crt_params(r, bn(key.priv.primeExponent[0], 64), bn(key.priv.primeExponent[1], 64),
+                        bn(key.priv.coefficient, 64));
+    return r;
+  }();
+  return rsa;
+}
+
+void BM_Rsa_Sign1024_OpenSsl(benchmark::State& state) {
+  RSA* rsa = OpenSslKey1024();
+  unsigned char info[34] = {0x30}, signature[128];
+  for (auto _ : state) {
+    RSA_private_encrypt(sizeof info, info, signature, rsa, RSA_PKCS1_PADDING);
+    benchmark::DoNotOptimize(signature[0]);
+  }
+}
+BENCHMARK(BM_Rsa_Sign1024_OpenSsl)->Unit(benchmark::kMicrosecond);
+
+void BM_Rsa_Verify1024_OpenSsl(benchmark::State& state) {
+  RSA* rsa = OpenSslKey1024();
+  unsigned char info[34] = {0x30}, signature[128], back[128];
+  RSA_private_encrypt(sizeof info, info, signature, rsa, RSA_PKCS1_PADDING);
+  for (auto _ : state) {
+    RSA_public_decrypt(128, signature, back, rsa, RSA_PKCS1_PADDING);
+    benchmark::DoNotOptimize(back[0]);
+  }
+}
+BENCHMARK(BM_Rsa_Verify1024_OpenSsl)->Unit(benchmark::kMicrosecond);
+
+// The same work with OpenSSL: the key under RSA PKCS #1, the content under
+// DES-CBC (low-level interface, no padding step of its own).
+void BM_Envelope_Seal64K_OpenSsl(benchmark::State& state) {
+  RSA* rsa = OpenSslKey1024();
+  auto message = Data(kMessage);
+  std::vector<unsigned char> out(kMessage);
+  DES_cblock key = {1, 35, 69, 103, 137, 171, 205, 239}, iv = {};
+  unsigned char encrypted_key[128];
+  for (auto _ : state) {
+    RSA_public_encrypt(8, key, encrypted_key, rsa, RSA_PKCS1_PADDING);
+    DES_key_schedule schedule;
+    DES_set_key_unchecked(&key, &schedule);
+    DES_ncbc_encrypt(message.data(), out.data(), kMessage, &schedule, &iv, DES_ENCRYPT);
+    benchmark::DoNotOptimize(out[0]);
+  }
+  state.SetBytesProcessed(state.iterations() * kMessage);
+}
+BENCHMARK(BM_Envelope_Seal64K_OpenSsl)->Unit(benchmark::kMicrosecond);
+
+void BM_Envelope_Open64K_OpenSsl(benchmark::State& state) {
+  RSA* rsa = OpenSslKey1024();
+  auto message = Data(kMessage);
+  std::vector<unsigned char> out(kMessage);
+  DES_cblock key = {1, 35, 69, 103, 137, 171, 205, 239}, iv = {}, recovered;
+  unsigned char encrypted_key[128];
+  RSA_public_encrypt(8, key, encrypted_key, rsa, RSA_PKCS1_PADDING);
+  for (auto _ : state) {
+    RSA_private_decrypt(128, encrypted_key, recovered, rsa, RSA_PKCS1_PADDING);
+    DES_key_schedule schedule;
+    DES_set_key_unchecked(&recovered, &schedule);
+    DES_ncbc_encrypt(message.data(), out.data(), kMessage, &schedule, &iv, DES_DECRYPT);
+    benchmark::DoNotOptimize(out[0]);
+  }
+  state.SetBytesProcessed(state.iterations() * kMessage);
+}
+BENCHMARK(BM_Envelope_Open64K_OpenSsl)->Unit(benchmark::kMicrosecond);
+
 void BM_Md5_Update_OpenSsl(benchmark::State& state) {
   const auto data = Data(kBlock);
   MD5_CTX context;
