@@ -1,4 +1,4 @@
-// What the toolkit's files share: sizes, the wipe helper and the digit
+// What the toolkit's files share: sizes, the wipe helper and small digit
 // helpers that stay inside the library. The toolkit allocates nothing and
 // traces nothing; it uses only the stateless helpers of frame/support.h.
 #ifndef KT_CRYPTO_CRYPTO_INTERNAL_H_
@@ -33,12 +33,7 @@ inline void AssignDigit(NN_DIGIT* a, NN_DIGIT b, std::uint32_t digits) noexcept 
   if (digits != 0) a[0] = b;
 }
 
-// Modular exponentiation with caller-visible scratch: the exported NN_ModExp
-// and the key operations share it. Same results as NN_ModExp.
-void ModExp(NN_DIGIT* a, const NN_DIGIT* b, const NN_DIGIT* c, std::uint32_t c_digits,
-            const NN_DIGIT* d, std::uint32_t d_digits) noexcept;
-
-// Digest sizes for the envelope and signature layers.
+// Bytes of a modulus of `bits` bits.
 inline std::uint32_t ModulusLen(std::uint32_t bits) noexcept { return (bits + 7) / 8; }
 
 }  // namespace kt::crypto

@@ -104,23 +104,31 @@ void ModMultCore(NN_DIGIT* a, const NN_DIGIT* b, const NN_DIGIT* c, const NN_DIG
 }
 
 }  // namespace
+}  // namespace kt::crypto
 
-void ModExp(NN_DIGIT* a, const NN_DIGIT* b, const NN_DIGIT* c, std::uint32_t c_digits,
-            const NN_DIGIT* d, std::uint32_t d_digits) noexcept {
-  if (d_digits > kMaxDigits || c_digits > kMaxDigits) return;
+using kt::WipeOnExit;
+using kt::crypto::kDigitBits;
+using kt::crypto::kMaxDigits;
+
+/* see kt_crypto.h */
+void NN_ModExp(NN_DIGIT* a, const NN_DIGIT* b, const NN_DIGIT* c, uint32_t cDigits,
+               const NN_DIGIT* d, uint32_t dDigits) {
+  using kt::crypto::ModMultCore;
+  if (dDigits > kMaxDigits) return;  // beyond capacity
+  // One scratch for every product and reduction, cleared once at the end.
   NN_DIGIT b_power[3][kMaxDigits];
-  Number t;
-  ModMultScratch scratch;
+  kt::crypto::Number t;
+  kt::crypto::ModMultScratch scratch;
   WipeOnExit wipe(b_power, t, scratch);
 
   // b, b^2 and b^3 for the 2-bit window.
-  NN_Assign(b_power[0], b, d_digits);
-  ModMultCore(b_power[1], b_power[0], b, d, d_digits, scratch);
-  ModMultCore(b_power[2], b_power[1], b, d, d_digits, scratch);
+  NN_Assign(b_power[0], b, dDigits);
+  ModMultCore(b_power[1], b_power[0], b, d, dDigits, scratch);
+  ModMultCore(b_power[2], b_power[1], b, d, dDigits, scratch);
 
   NN_AssignZero(t, kMaxDigits);
   t[0] = 1;
-  const std::uint32_t e_digits = NN_Digits(c, c_digits);
+  const std::uint32_t e_digits = NN_Digits(c, cDigits);
   for (std::int64_t i = static_cast<std::int64_t>(e_digits) - 1; i >= 0; --i) {
     NN_DIGIT ci = c[i];
     std::uint32_t ci_bits = kDigitBits;
@@ -132,20 +140,14 @@ void ModExp(NN_DIGIT* a, const NN_DIGIT* b, const NN_DIGIT* c, std::uint32_t c_d
       }
     }
     for (std::uint32_t j = 0; j < ci_bits; j += 2, ci <<= 2) {
-      ModMultCore(t, t, t, d, d_digits, scratch);
-      ModMultCore(t, t, t, d, d_digits, scratch);
+      ModMultCore(t, t, t, d, dDigits, scratch);
+      ModMultCore(t, t, t, d, dDigits, scratch);
       const NN_DIGIT s = ci >> (kDigitBits - 2);
-      if (s != 0) ModMultCore(t, t, b_power[s - 1], d, d_digits, scratch);
+      if (s != 0) ModMultCore(t, t, b_power[s - 1], d, dDigits, scratch);
     }
   }
-  NN_Assign(a, t, d_digits);
+  NN_Assign(a, t, dDigits);
 }
-
-}  // namespace kt::crypto
-
-using kt::WipeOnExit;
-using kt::crypto::kDigitBits;
-using kt::crypto::kMaxDigits;
 
 /* see kt_crypto.h */
 void R_memset(void* output, int32_t value, uint32_t len) {
@@ -277,12 +279,6 @@ void NN_ModMult(NN_DIGIT* a, const NN_DIGIT* b, const NN_DIGIT* c, const NN_DIGI
   kt::crypto::ModMultScratch s;
   WipeOnExit wipe(s);
   kt::crypto::ModMultCore(a, b, c, d, digits, s);
-}
-
-/* see kt_crypto.h */
-void NN_ModExp(NN_DIGIT* a, const NN_DIGIT* b, const NN_DIGIT* c, uint32_t cDigits,
-               const NN_DIGIT* d, uint32_t dDigits) {
-  kt::crypto::ModExp(a, b, c, cDigits, d, dDigits);
 }
 
 /* see kt_crypto.h */

@@ -17,7 +17,11 @@
 #include "kt_crypto.h"
 
 #ifdef KT_HAVE_OPENSSL
+// RSA objects are built with the low-level interface, deprecated in
+// OpenSSL 3 but the shortest way to load given key components.
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 #include <openssl/bn.h>
+#include <openssl/rsa.h>
 #endif
 
 namespace kt::test {
@@ -115,11 +119,16 @@ inline std::vector<NN_DIGIT> FromBn(const BIGNUM* b, unsigned digits) {
   return n;
 }
 
-inline std::string BnHex(const BIGNUM* b) {
-  char* s = BN_bn2hex(b);
-  std::string out(s);
-  OPENSSL_free(s);
-  return out;
+// The key pair as an OpenSSL RSA object (freed with RSA_free).
+inline RSA* ToOpenSsl(const KeyPair& key) {
+  auto bn = [](const unsigned char* p, int len) { return BN_bin2bn(p, len, nullptr); };
+  RSA* rsa = RSA_new();
+  RSA_set0_key(rsa, bn(key.priv.modulus, 128), bn(key.priv.publicExponent, 128),
+               bn(key.priv.exponent, 128));
+  RSA_set0_factors(rsa, bn(key.priv.prime[0], 64), bn(key.priv.prime[1], 64));
+  RSA_set0_crt_params(rsa, bn(key.priv.primeExponent[0], 64), bn(key.priv.primeExponent[1], 64),
+                      bn(key.priv.coefficient, 64));
+  return rsa;
 }
 #endif
 

@@ -18,34 +18,18 @@ using kt::test::ByteVector;
 using kt::test::FromHex;
 using kt::test::Hex;
 
-ByteVector DesCbc(const ByteVector& key, const ByteVector& iv, const ByteVector& in, int encrypt) {
-  DESContext context;
-  DES_CBCInit(&context, key.data(), iv.data(), encrypt);
+// Runs one of the three CBC ciphers over `in` with a fresh context.
+template <class Context, auto kInit, auto kUpdate>
+ByteVector Cbc(const ByteVector& key, const ByteVector& iv, const ByteVector& in, int encrypt) {
+  Context context;
+  kInit(&context, key.data(), iv.data(), encrypt);
   ByteVector out(in.size());
-  EXPECT_EQ(DES_CBCUpdate(&context, out.data(), in.data(), static_cast<uint32_t>(in.size())),
-            KT_RE_OK);
+  EXPECT_EQ(kUpdate(&context, out.data(), in.data(), static_cast<uint32_t>(in.size())), KT_RE_OK);
   return out;
 }
-
-ByteVector Des3Cbc(const ByteVector& key, const ByteVector& iv, const ByteVector& in,
-                   int encrypt) {
-  DES3Context context;
-  DES3_CBCInit(&context, key.data(), iv.data(), encrypt);
-  ByteVector out(in.size());
-  EXPECT_EQ(DES3_CBCUpdate(&context, out.data(), in.data(), static_cast<uint32_t>(in.size())),
-            KT_RE_OK);
-  return out;
-}
-
-ByteVector DesxCbc(const ByteVector& key, const ByteVector& iv, const ByteVector& in,
-                   int encrypt) {
-  DESXContext context;
-  DESX_CBCInit(&context, key.data(), iv.data(), encrypt);
-  ByteVector out(in.size());
-  EXPECT_EQ(DESX_CBCUpdate(&context, out.data(), in.data(), static_cast<uint32_t>(in.size())),
-            KT_RE_OK);
-  return out;
-}
+constexpr auto DesCbc = Cbc<DESContext, DES_CBCInit, DES_CBCUpdate>;
+constexpr auto Des3Cbc = Cbc<DES3Context, DES3_CBCInit, DES3_CBCUpdate>;
+constexpr auto DesxCbc = Cbc<DESXContext, DESX_CBCInit, DESX_CBCUpdate>;
 
 // Single-block vectors (a zero IV makes CBC one ECB block). Order: key,
 // plaintext, ciphertext.

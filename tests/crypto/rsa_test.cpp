@@ -6,9 +6,7 @@
 #include "crypto/crypto_test_util.h"
 
 #ifdef KT_HAVE_OPENSSL
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 #include <openssl/objects.h>
-#include <openssl/rsa.h>
 #endif
 
 namespace {
@@ -163,17 +161,7 @@ TEST(Signature, MismatchesAndFailuresGiveTheirStatuses) {
 }
 
 #ifdef KT_HAVE_OPENSSL
-// The key pair as an OpenSSL RSA object.
-RSA* ToOpenSsl(const KeyPair& key) {
-  auto bn = [](const unsigned char* p, int len) { return BN_bin2bn(p, len, nullptr); };
-  RSA* rsa = RSA_new();
-  RSA_set0_key(rsa, bn(key.priv.modulus, 128), bn(key.priv.publicExponent, 128),
-               bn(key.priv.exponent, 128));
-  RSA_set0_factors(rsa, bn(key.priv.prime[0], 64), bn(key.priv.prime[1], 64));
-  RSA_set0_crt_params(rsa, bn(key.priv.primeExponent[0], 64), bn(key.priv.primeExponent[1], 64),
-                      bn(key.priv.coefficient, 64));
-  return rsa;
-}
+using kt::test::ToOpenSsl;
 
 TEST(RsaVersusOpenSsl, Md5SignaturesAreIdenticalAndVerifyBothWays) {
   std::mt19937 rng(17);
