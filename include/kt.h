@@ -8,5 +8,6 @@
 #include "kt_frame.h"
 #include "kt_traces.h"
 #include "kt_checks.h"
+#include "kt_crypto.h"
 
 #endif /* KT_H */
