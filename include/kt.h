@@ -7,6 +7,7 @@
 
 #include "kt_frame.h"
 #include "kt_traces.h"
+#include "kt_crypto.h"
 #include "kt_binfiles.h"
 
 #endif /* KT_H */

@@ -44,6 +44,30 @@ static void check_traces(const char* directory) {
   }
 }
 
+typedef char crypto_digit_ok[sizeof(NN_DIGIT) == 4 && MAX_NN_DIGITS == 33 ? 1 : -1];
+typedef char rsa_public_ok[sizeof(R_RSAPublicKey) == 260 ? 1 : -1];
+typedef char rsa_private_ok[sizeof(R_RSAPrivateKey) == 708 ? 1 : -1];
+typedef char digest_ok[sizeof(R_DigestContext) == 92 ? 1 : -1];
+typedef char md2_ok[sizeof(MD2Context) == 52 ? 1 : -1];
+typedef char md5_ok[sizeof(MD5Context) == 88 ? 1 : -1];
+typedef char random_ok[sizeof(R_RandomContext) == 40 ? 1 : -1];
+typedef char des_ok[sizeof(DESContext) == 148 ? 1 : -1];
+typedef char desx_ok[sizeof(DESXContext) == 164 ? 1 : -1];
+typedef char des3_ok[sizeof(DES3Context) == 404 ? 1 : -1];
+typedef char envelope_ok[sizeof(R_EnvelopeContext) == 420 ? 1 : -1];
+
+static void check_crypto(void) {
+  static const unsigned char abc[3] = {'a', 'b', 'c'};
+  static const unsigned char expected[16] = {0x90, 0x01, 0x50, 0x98, 0x3c, 0xd2, 0x4f, 0xb0,
+                                             0xd6, 0x96, 0x3f, 0x7d, 0x28, 0xe1, 0x7f, 0x72};
+  unsigned char digest[16];
+  uint32_t digest_len = 0;
+  CHECK(R_DigestBlock(digest, &digest_len, abc, 3, KT_DA_MD5) == KT_RE_OK);
+  CHECK(digest_len == 16 && memcmp(digest, expected, 16) == 0);
+  CHECK(R_DigestBlock(digest, &digest_len, abc, 3, 4) == KT_RE_DIGEST_ALGORITHM);
+  CHECK(KT_RE_DATA == 0x401 && KT_RE_ENCRYPTION_ALGORITHM == 0x40D);
+}
+
 /* Binary table files: record layouts as C sees them. */
 typedef char entete_table_size_ok[sizeof(EnteteTable) == 28 ? 1 : -1];
 typedef char entete_fichier_size_ok[sizeof(EnteteFichier) == KT_TAILLE_ENTETE_FICHIER ? 1 : -1];
@@ -89,6 +113,7 @@ int main(int argc, char** argv) {
   const char* directory = argc > 1 ? argv[1] : ".";
   check_frame();
   check_traces(directory);
+  check_crypto();
   check_binfiles(directory);
   if (failures != 0) {
     fprintf(stderr, "%d check(s) failed\n", failures);
