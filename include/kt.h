@@ -9,5 +9,6 @@
 #include "kt_traces.h"
 #include "kt_checks.h"
 #include "kt_crypto.h"
+#include "kt_binfiles.h"
 
 #endif /* KT_H */

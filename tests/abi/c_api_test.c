@@ -3,6 +3,7 @@
  * record sizes the C way and calls one function of each public header.
  * Argument: a scratch directory.
  */
+#include <stddef.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -79,12 +80,54 @@ static void check_crypto(void) {
   CHECK(KT_RE_DATA == 0x401 && KT_RE_ENCRYPTION_ALGORITHM == 0x40D);
 }
 
+/* Binary table files: record layouts as C sees them. */
+typedef char entete_table_size_ok[sizeof(EnteteTable) == 28 ? 1 : -1];
+typedef char entete_fichier_size_ok[sizeof(EnteteFichier) == KT_TAILLE_ENTETE_FICHIER ? 1 : -1];
+typedef char entete_version_ok[offsetof(EnteteFichier, cVersion) == 13 ? 1 : -1];
+typedef char entete_version_requise_ok[offsetof(EnteteFichier, cVersionRequise) == 33 ? 1 : -1];
+typedef char entete_commentaire_ok[offsetof(EnteteFichier, cCommentaire) == KT_ENTETE_COMMENTAIRE ? 1 : -1];
+
+static void check_binfiles(const char* directory) {
+  EnteteFichier header;
+  EnteteTable table;
+  uint16_t number = 0;
+  uint32_t value = 0;
+  memset(&header, 0, sizeof header);
+  strcpy(header.cNom, "c_api.bin");
+  memcpy(header.cVersion, "0100", 4);
+  memcpy(header.cChamp3, "abcde", 5);
+  memcpy(header.cChamp4, "20240131", 8);
+  memcpy(header.cVersionRequise, "0100", 4);
+  memcpy(header.cChamp6, "fghij", 5);
+  memcpy(header.cChamp7, "0123456789", 10);
+  strcpy(header.cCommentaire, "from C");
+  memset(&table, 0, sizeof table);
+  memcpy(table.cNom, "TC        ", 10);
+  table.ulNbEnregistrements = 1;
+
+  CHECK(KT_usCreerFichierBinaire(directory, "c_api.bin", KT_CONTROLE_CRC, (const char*)&header,
+                                 &number) == KT_OK);
+  CHECK(KT_usEcrireEnteteTable(number, &table) == KT_OK);
+  CHECK(KT_usEcrireUnsignedLong(number, 0xC0FFEE) == KT_OK);
+  CHECK(KT_usLibererFichierBinaire(number, NULL) == KT_OK);
+
+  memset(&header, 0, sizeof header);
+  CHECK(KT_usInitialiserFichierBinaire(directory, "c_api.bin", KT_CONTROLE_CRC, &number,
+                                       (char*)&header) == KT_OK);
+  CHECK(strcmp(header.cCommentaire, "from C") == 0 && strcmp(header.cVersion, "0100") == 0);
+  CHECK(KT_usRechercherTable(number, "TC", &table) == KT_OK && table.ulTailleDonnees == 4);
+  CHECK(KT_usLireUnsignedLong(number, &value) == KT_OK && value == 0xC0FFEE);
+  CHECK(KT_usLibererFichierBinaire(number, NULL) == KT_OK);
+  CHECK(strcmp(CRC16_FICTIF, "0000") == 0);
+}
+
 int main(int argc, char** argv) {
   const char* directory = argc > 1 ? argv[1] : ".";
   check_frame();
   check_traces(directory);
   check_checks();
   check_crypto();
+  check_binfiles(directory);
   if (failures != 0) {
     fprintf(stderr, "%d check(s) failed\n", failures);
     return 1;
