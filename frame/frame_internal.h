@@ -12,8 +12,10 @@
 
 namespace kt::testing {
 
-// Operations whose failure tests can force. kTell counts as a seek.
-enum class Fault : int { kAlloc, kOpen, kRead, kWrite, kSeek, kClose, kCount };
+// Operations whose failure tests can force. kTell counts as a seek, and so
+// does the size query of a descriptor; an injected kRename fails with EXDEV,
+// as a rename across file systems does.
+enum class Fault : int { kAlloc, kOpen, kRead, kWrite, kSeek, kClose, kRename, kCount };
 
 // Makes the call of kind `fault` that comes after `delay` successful ones
 // fail; with `persistent`, every call from then on fails until Disarm.
@@ -65,6 +67,18 @@ int Printf(std::FILE* stream, const char* format, ...) noexcept KT_PRINTF(2, 3);
 // The stream's error indicator, or an injected read or write failure on it.
 bool Error(std::FILE* stream) noexcept;
 bool EndOfFile(std::FILE* stream) noexcept;
+// Pushes the stream's buffer to the file and the file to the disk, so that a
+// rename that follows never publishes a half-written file.
+int Sync(std::FILE* stream) noexcept;
+
+// Descriptor input of the configuration reader, and the renames of its
+// writer. They fail as the system calls do: -1 with errno set.
+int OpenForReading(const char* path) noexcept;                   // Fault::kOpen
+int DescriptorSize(int descriptor, std::uint64_t* size) noexcept;  // Fault::kSeek
+long ReadDescriptor(int descriptor, void* buffer, std::size_t count) noexcept;  // Fault::kRead
+int CloseDescriptor(int descriptor) noexcept;                    // Fault::kClose
+int Rename(const char* from, const char* to) noexcept;           // Fault::kRename
+int Unlink(const char* path) noexcept;
 
 }  // namespace kt::io
 

@@ -1,5 +1,9 @@
 // The stream seam: thin wrappers over stdio that let tests force the failure
 // of any open, read, write, seek or close made by the library.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdarg>
 
@@ -80,5 +84,53 @@ bool Error(std::FILE* stream) noexcept {
 }
 
 bool EndOfFile(std::FILE* stream) noexcept { return std::feof(stream) != 0; }
+
+int Sync(std::FILE* stream) noexcept {
+  if (Inject(Fault::kWrite, stream)) return -1;
+  if (std::fflush(stream) != 0) return -1;
+  return ::fsync(::fileno(stream));
+}
+
+int OpenForReading(const char* path) noexcept {
+  if (Inject(Fault::kOpen, nullptr)) return -1;
+  int descriptor;
+  do {
+    descriptor = ::open(path, O_RDONLY | O_CLOEXEC);
+  } while (descriptor < 0 && errno == EINTR);
+  return descriptor;
+}
+
+int DescriptorSize(int descriptor, std::uint64_t* size) noexcept {
+  if (Inject(Fault::kSeek, nullptr)) return -1;
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0) return -1;
+  *size = status.st_size < 0 ? 0 : static_cast<std::uint64_t>(status.st_size);
+  return 0;
+}
+
+long ReadDescriptor(int descriptor, void* buffer, std::size_t count) noexcept {
+  if (Inject(Fault::kRead, nullptr)) return -1;
+  ssize_t got;
+  do {
+    got = ::read(descriptor, buffer, count);
+  } while (got < 0 && errno == EINTR);
+  return static_cast<long>(got);
+}
+
+int CloseDescriptor(int descriptor) noexcept {
+  const bool fail = Inject(Fault::kClose, nullptr);
+  const int result = ::close(descriptor);
+  return fail ? -1 : result;
+}
+
+int Rename(const char* from, const char* to) noexcept {
+  if (frame::ShouldFail(Fault::kRename)) {
+    errno = EXDEV;
+    return -1;
+  }
+  return std::rename(from, to);
+}
+
+int Unlink(const char* path) noexcept { return ::unlink(path); }
 
 }  // namespace kt::io

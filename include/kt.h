@@ -8,5 +8,8 @@
 #include "kt_frame.h"
 #include "kt_traces.h"
 #include "kt_zones.h"
+#include "kt_checks.h"
+#include "kt_crypto.h"
+#include "kt_binfiles.h"
 
 #endif /* KT_H */

@@ -168,6 +168,148 @@ KT_API uint16_t usConstruireNomComplet(int8_t cComposant, char** ppcNom);
  */
 KT_API uint32_t donneDateHeure(char* pcBuffer, uint32_t* pulTaille, const char* pcFormat);
 
+/* ------------------------------------------------------------------------
+ * Configuration files.
+ *
+ * Settings live in "ini" text files: lines ended by a line feed, sections
+ * opened by a line "[name]", entries "key=value". Nothing is trimmed: a blank
+ * around the key or the "=" belongs to the key or the value. A file name
+ * without '/' is taken in the preferences directory ("/Library/Preferences",
+ * or $KT_PREFERENCES_DIR when set and not empty); a name with '/' is used as
+ * it stands. Every call opens the file again; nothing is cached.
+ *
+ * The reader reads the whole file, matches section and key names ignoring
+ * case, takes comment lines (";" or "#" first) out, and never finds a
+ * section or key name of a single character. After a key that does not
+ * match, the scan goes on inside that key's value, so a "[", ";" or a
+ * further "key=value" there counts as if it began a line.
+ *
+ * The writer copies the file line by line through "WriteIniTmp.txt" in the
+ * preferences directory, finds the section header case-sensitively and the
+ * key as a prefix of a line, then puts the new file in place of the old one
+ * by a rename: the target is never missing, and if anything fails before the
+ * rename it is left as it was. A last line without a line feed, and whatever
+ * follows a byte 0xFF, are not copied.
+ *
+ * The readers report no errors: a missing file, section or key leaves the
+ * default. Wrappers named KT_ trace under module 1, sub-module 5.
+ */
+
+/*
+ * GetIniString - reads the text of key pcCle in section pcSection of
+ * pcFichier into pcBuffer.
+ * pcBuffer first receives pcDefaut (null counts as the empty text): whole
+ * when it has at most ulTaille characters, else its first ulTaille - 1
+ * characters. A value found replaces it, cut to ulTaille characters.
+ * REQUIRES: pcBuffer holds ulTaille + 1 characters (a value cut to ulTaille
+ * characters is terminated at pcBuffer[ulTaille]).
+ * Returns the length of the text left in pcBuffer; 0 when pcBuffer is null.
+ */
+KT_API uint32_t GetIniString(const char* pcSection, const char* pcCle, const char* pcDefaut,
+                             char* pcBuffer, uint32_t ulTaille, const char* pcFichier);
+
+/*
+ * GetIniInt - reads key pcCle of section pcSection of pcFichier as a decimal
+ * number (leading blanks and a sign accepted, conversion stops at the first
+ * non-digit, no digit gives 0; values beyond 32 bits saturate). Returns
+ * lDefaut when the file, section or key is missing.
+ */
+KT_API int32_t GetIniInt(const char* pcSection, const char* pcCle, int32_t lDefaut,
+                         const char* pcFichier);
+
+/*
+ * WriteIniString - sets key pcCle of section pcSection in pcFichier to
+ * pcValeur.
+ * - A missing file is created with two lines, "[section]" and "key=value".
+ * - Otherwise the first line equal to "[section]" (case and blanks count)
+ *   opens the section; the first line after it that begins with the
+ *   characters of pcCle (a prefix: key "rep" also matches "repertoire=...")
+ *   is replaced by "key=value"; failing that, "key=value" goes before the
+ *   empty line that ends the section, or at the end of the file. Without
+ *   the section, an empty line, "[section]" and "key=value" are appended.
+ * All other lines are kept in order, comments included.
+ * Returns 1 when the file was written; 0 when an argument is null, the file
+ * exists but cannot be read, or the temporary or new file cannot be
+ * created, written or put in place. On 0 the file is as it was.
+ * Two writers at once share the one temporary file: callers do not do that.
+ */
+KT_API uint8_t WriteIniString(const char* pcSection, const char* pcCle, const char* pcValeur,
+                              const char* pcFichier);
+
+/*
+ * vln_GetIniInfo - looks up key pcCle of section pcSection in pcFichier and
+ * stores what it finds in pDestination:
+ * - cType 'i' or 'I': the value as a decimal number (as GetIniInt), stored
+ *   as an int32_t (ulTaille is not used);
+ * - any other type: the text, cut to ulTaille characters. REQUIRES:
+ *   pDestination holds ulTaille + 1 characters.
+ * pDestination is left unchanged when the file cannot be opened, read or
+ * held in memory, or the section or key is not found.
+ * Returns pDestination; null when pDestination is null or the file's size
+ * cannot be queried.
+ */
+KT_API void* vln_GetIniInfo(const char* pcSection, const char* pcCle, void* pDestination,
+                            char cType, uint32_t ulTaille, const char* pcFichier);
+
+/*
+ * vln_GetLine - the number of characters of pcTexte before its first line
+ * feed, carriage return or terminator (0 for null).
+ */
+KT_API uint32_t vln_GetLine(const char* pcTexte);
+
+/*
+ * vln_GetToken - the index in pcTexte of the first cDelimiteur; 0 when a
+ * line feed, carriage return or the terminator comes first, and also when
+ * the delimiter is the first character (0 for null).
+ */
+KT_API uint32_t vln_GetToken(const char* pcTexte, char cDelimiteur);
+
+/*
+ * read_line - reads one line of pfFichier into pcLigne without its line
+ * feed, and terminates it. Returns 1 while lines remain; 0 when the end of
+ * the file, a read error or a byte 0xFF comes before the line feed (the
+ * buffer is then not terminated). Carriage returns are kept.
+ * REQUIRES: pcLigne holds 256 characters; the characters of a longer line
+ * past the 255th are read and dropped.
+ */
+KT_API uint8_t read_line(FILE* pfFichier, char* pcLigne);
+
+/*
+ * vln_uprstr - upper-cases pcTexte in place (standard toupper, character by
+ * character) and returns it; null gives null.
+ */
+KT_API char* vln_uprstr(char* pcTexte);
+
+/*
+ * KT_ulLireChaineIni - reads a text as GetIniString with the empty text as
+ * default. When pcSection or pcCle is null or ulTaille is 0, returns 0 and
+ * leaves pcBuffer untouched. REQUIRES: pcBuffer holds ulTaille + 1
+ * characters. Returns the length of the text in pcBuffer.
+ */
+KT_API uint32_t KT_ulLireChaineIni(const char* pcSection, const char* pcCle, char* pcBuffer,
+                                   uint32_t ulTaille, const char* pcFichier);
+
+/*
+ * KT_lLireLongIni - reads a number as GetIniInt with -1 as default; -1 also
+ * when pcSection is null.
+ */
+KT_API int32_t KT_lLireLongIni(const char* pcSection, const char* pcCle, const char* pcFichier);
+
+/* KT_bEcrireChaineIni - WriteIniString; 1 when written, else 0. */
+KT_API uint8_t KT_bEcrireChaineIni(const char* pcSection, const char* pcCle,
+                                   const char* pcValeur, const char* pcFichier);
+
+/* KT_ulLireChaineVolen - KT_ulLireChaineIni on "volen.ini". */
+KT_API uint32_t KT_ulLireChaineVolen(const char* pcSection, const char* pcCle, char* pcBuffer,
+                                     uint32_t ulTaille);
+
+/* KT_lLireLongVolen - KT_lLireLongIni on "volen.ini"; -1 when pcSection is null. */
+KT_API int32_t KT_lLireLongVolen(const char* pcSection, const char* pcCle);
+
+/* KT_bEcrireChaineVolen - KT_bEcrireChaineIni on "volen.ini". */
+KT_API uint8_t KT_bEcrireChaineVolen(const char* pcSection, const char* pcCle,
+                                     const char* pcValeur);
+
 KT_END_DECLS
 
 #endif /* KT_FRAME_H */

@@ -29,7 +29,11 @@ if [ "$fuzz_seconds" -gt 0 ] && command -v clang++ >/dev/null && [ -d "$root/fuz
   build="$root/build/fuzz"
   CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DKT_BUILD_TESTS=OFF -DKT_BUILD_FUZZERS=ON >/dev/null
-  cmake --build "$build" -j "$jobs"
+  # Only the fuzz targets: the shared library and the tools are not linked
+  # with the fuzzer's runtimes.
+  targets=()
+  for source in "$root"/fuzz/*_fuzz.cpp; do targets+=("$(basename "$source" .cpp)"); done
+  cmake --build "$build" -j "$jobs" --target "${targets[@]}"
   for source in "$root"/fuzz/*_fuzz.cpp; do
     target=$(basename "$source" .cpp)
     corpus="$build/corpus/$target"

@@ -1,0 +1,126 @@
+// Opens fuzzer-made bytes as a binary table file with each control type and
+// walks every table and its records with the typed readers, searches tables
+// by name and decodes coded lengths over the raw bytes. The file is saved
+// under the name its header carries, so that the name check passes and the
+// fuzzer reaches the CRC, the signature and the tables; a failed check
+// leaves the file open, and it is walked all the same.
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "kt_binfiles.h"
+
+namespace {
+
+constexpr int kMaxTables = 64;
+constexpr uint32_t kMaxRecords = 32;
+
+const std::string& Directory() {
+  static const std::string directory = [] {
+    const char* base = std::getenv("TMPDIR");
+    std::string pattern =
+        std::string(base != nullptr && base[0] != '\0' ? base : "/tmp") + "/binfile_fuzz.XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) std::abort();
+    return pattern;
+  }();
+  static const bool cleaned = [] {
+    // Each input removes its file; the directory goes at exit.
+    std::atexit([] { (void)rmdir(Directory().c_str()); });
+    return true;
+  }();
+  (void)cleaned;
+  return directory;
+}
+
+// The name the header carries, as the opener compares it; a fixed name when
+// it cannot be a file name.
+std::string NameOf(const uint8_t* data, std::size_t size) {
+  char field[13] = {};
+  if (size > 5) std::memcpy(field, data + 5, std::min<std::size_t>(size - 5, 12));
+  for (int i = 12; i > 0 && field[i - 1] == ' '; --i) field[i - 1] = '\0';
+  const std::string name(field);
+  if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) {
+    return "fuzz.bin";
+  }
+  return name;
+}
+
+void ReadRecord(uint16_t n) {
+  char* text = nullptr;
+  (void)KT_usLireChaineVariable(n, &text);
+  KT_Liberer(text);
+  double d = 0;
+  (void)KT_usLireDouble(n, &d);
+  uint16_t year = 0;
+  uint8_t month = 0, day = 0;
+  (void)KT_usLireDate(n, &year, &month, &day);
+  uint16_t units[3] = {};
+  (void)KT_usLireChampUnicodeFixe(n, units, 3);
+  int32_t sl = 0;
+  int16_t ss = 0;
+  int8_t sc = 0;
+  (void)KT_usLireSignedLong(n, &sl);
+  (void)KT_usLireSignedShort(n, &ss);
+  (void)KT_usLireSignedChar(n, &sc);
+  uint8_t fixed[5] = {};
+  (void)KT_usLireChampFixe(n, fixed, sizeof fixed);
+}
+
+void Walk(uint16_t n) {
+  EnteteTable table{};
+  std::string last_name = "TGROUPE";
+  for (int t = 0; t < kMaxTables; ++t) {
+    if (KT_usLireEnteteTable(n, &table) != KT_OK) break;
+    last_name = table.cNom;
+    int32_t start = 0;
+    if (KT_usLirePositionFichier(n, &start) != KT_OK) break;
+    const uint32_t records = std::min(table.ulNbEnregistrements, kMaxRecords);
+    for (uint32_t r = 0; r < records; ++r) ReadRecord(n);
+    const int64_t next = int64_t{start} + table.ulTailleDonnees;
+    if (next > INT32_MAX) break;
+    if (KT_usPositionnerOffset(n, static_cast<int32_t>(next), SEEK_SET) != KT_OK) break;
+  }
+  for (const std::string& name : {std::string("TGROUPE"), std::string("TVALEUR"), last_name}) {
+    EnteteTable found{};
+    if (KT_usRechercherTable(n, name.c_str(), &found) == KT_OK) ReadRecord(n);
+  }
+  uint8_t* block = nullptr;
+  (void)KT_usLireFichierBinaire(n, 0, 64, &block);
+  KT_Liberer(block);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+  const std::string name = NameOf(data, size);
+  const std::string path = Directory() + "/" + name;
+  std::FILE* file = std::fopen(path.c_str(), "wb");
+  if (file == nullptr) return 0;
+  const bool written = std::fwrite(data, 1, size, file) == size;
+  if (std::fclose(file) != 0 || !written) return 0;
+
+  for (uint16_t control = 0; control <= 2; ++control) {
+    uint16_t number = 0;
+    char header[KT_TAILLE_ENTETE_FICHIER];
+    (void)KT_usInitialiserFichierBinaire(Directory().c_str(), name.c_str(), control, &number,
+                                         header);
+    if (number != 0) {
+      Walk(number);
+      (void)KT_usLibererFichierBinaire(number, nullptr);
+    }
+  }
+
+  for (uint32_t index = 0; index < std::min<std::size_t>(size, 16); ++index) {
+    uint32_t length = 0;
+    uint32_t count = 0;
+    (void)usDecoderLongueur(data, static_cast<uint32_t>(size), index, &length, &count);
+  }
+  std::remove(path.c_str());
+  return 0;
+}
