@@ -307,6 +307,10 @@ uint16_t KT_usInitialiserFichierBinaire(const char* pcRepertoire, const char* pc
     if (us == KT_OK) us = usCalculerCRC16(record->pfFichier, &computed);
     if (us == KT_OK && stored != computed) us = KT_FAIL(KT_ERR_CONTROLE);
   }
+  if (us == KT_OK && usTypeControle == KT_CONTROLE_SIGNATURE &&
+      KT_usVerifierSignatureFichier(number) != KT_OK) {
+    us = KT_FAIL(KT_ERR_CONTROLE);
+  }
   KT_Liberer(path);
   return us;
 }
@@ -318,7 +322,6 @@ uint16_t KT_usLibererFichierBinaire(uint16_t usNumFichier, const char* pcClePriv
   FichierBinaire* file = nullptr;
   us = usRechercherFichier(usNumFichier, &file);
   if (us != KT_OK) return us;
-  (void)pcClePrivee;
 
   if (file->bEcriture == 1 && file->bLecture == 0) {
     // The pending table may have been opened on another file: its size is
@@ -328,6 +331,9 @@ uint16_t KT_usLibererFichierBinaire(uint16_t usNumFichier, const char* pcClePriv
       uint16_t crc = 0;
       us = usCalculerCRC16(file->pfFichier, &crc);
       if (us == KT_OK) us = usEcrireCRC(file->pfFichier, crc);
+    }
+    if (us == KT_OK && file->usTypeControle == KT_CONTROLE_SIGNATURE) {
+      us = KT_usEcrireSignatureFichier(usNumFichier, pcClePrivee);
     }
   }
   if (file->pfFichier != nullptr) {

@@ -70,8 +70,6 @@ inline void StoreBigEndian16(unsigned char* p, std::uint16_t v) noexcept {
 
 }  // namespace kt
 
-#endif  // KT_FRAME_SUPPORT_H_
-
 namespace kt {
 
 // A breakpoint target for failure paths (our SQLITE_CORRUPT_BKPT): in debug
@@ -89,3 +87,5 @@ namespace kt {
 #else
 #define KT_FAIL(code) (::kt::FailureBreakpoint(__FILE__, __LINE__), (code))
 #endif
+
+#endif  // KT_FRAME_SUPPORT_H_

@@ -7,7 +7,9 @@
 
 #include "kt_frame.h"
 #include "kt_traces.h"
+#include "kt_zones.h"
 #include "kt_checks.h"
+#include "kt_crypto.h"
 #include "kt_binfiles.h"
 #include "kt_dictionary.h"
 

@@ -33,6 +33,7 @@
 #define KT_BINFILES_H
 
 #include "kt_frame.h"
+#include "kt_crypto.h"
 
 KT_BEGIN_DECLS
 
@@ -511,6 +512,88 @@ KT_API uint16_t KT_usLireEnteteTable(uint16_t usNumFichier, EnteteTable* psEntet
  */
 KT_API uint16_t KT_usRechercherTable(uint16_t usNumFichier, const char* pcNomTable,
                                      EnteteTable* psEntete);
+
+/* ------------------------------------------------------------------------
+ * Signatures.
+ *
+ * A file of control type 2 ends with a 128-byte RSA signature (PKCS #1 v1.5,
+ * MD5, 1024-bit key) of everything from offset 4 (the space after the CRC
+ * field, which stays "0000" and is not signed) to the byte before the
+ * signature. It is made at close with a private-key file and verified at
+ * open with the public key built into the library.
+ *
+ * Private-key file: the key size in bits as decimal text ("1024"), directly
+ * followed, with no separator, by 704 raw bytes: modulus, public exponent,
+ * private exponent (128 each), first prime, second prime, first prime
+ * exponent, second prime exponent, coefficient (64 each), all big-endian.
+ * A public-key file is the same text followed by the modulus and the public
+ * exponent only; the build turns one into MODULUS and EXPONENT.
+ */
+
+/*
+ * The built-in public key, one key byte in the low half of each slot, most
+ * significant first: MODULUS gives the 128-byte modulus and EXPONENT the
+ * 128-byte public exponent.
+ */
+extern KT_API const uint16_t MODULUS[128];
+extern KT_API const uint16_t EXPONENT[128];
+
+/*
+ * KT_usCalculerSignatureMessage - signs ulLongueur bytes of pucDonnees with
+ * the MD5 digest and sClePrivee into pucSignature (128 bytes). Returns 0, or
+ * KT_ECHEC (1) for any failure, a signature of other than 128 bytes (a key
+ * shorter than 1024 bits) included. The copy of the key is cleared.
+ */
+KT_API uint16_t KT_usCalculerSignatureMessage(const uint8_t* pucDonnees, uint32_t ulLongueur,
+                                              R_RSAPrivateKey sClePrivee, uint8_t* pucSignature);
+
+/*
+ * KT_usVerifierSignatureMessage - verifies the 128-byte pucSignature of
+ * ulLongueur bytes of pucDonnees with sClePublique. Returns 0 when it is
+ * valid, else the toolkit's status as it is (KT_RE_PUBLIC_KEY when the
+ * public-key operation fails, KT_RE_SIGNATURE when the digest differs).
+ * KT_ERR_ARGUMENT for a null signature, or null data with a length.
+ */
+KT_API uint16_t KT_usVerifierSignatureMessage(const uint8_t* pucDonnees, uint32_t ulLongueur,
+                                              R_RSAPublicKey sClePublique,
+                                              const uint8_t* pucSignature);
+
+/*
+ * KT_usLireClePrivee - reads the private-key file pcFichier into
+ * *psClePrivee. The size is read as "%d" does (blanks before it skipped);
+ * any character after the digits is the first modulus byte, so a newline
+ * there gives a wrong key. A short file is not detected: the fields it does
+ * not reach keep their content. KT_ERR_FICHIER when the file cannot be opened
+ * or closed; KT_ERR_ARGUMENT for a null record.
+ */
+KT_API uint16_t KT_usLireClePrivee(const char* pcFichier, R_RSAPrivateKey* psClePrivee);
+
+/*
+ * KT_LireClePublique - a new record (from KT_Allouer; the caller frees it
+ * with KT_Liberer) holding the built-in public key with bits = 1024, or null
+ * when it cannot be allocated.
+ */
+KT_API R_RSAPublicKey* KT_LireClePublique(void);
+
+/*
+ * KT_usEcrireSignatureFichier - signs the file from offset 4 to its end with
+ * the private-key file pcClePrivee and appends the 128-byte signature
+ * (counted in the slot's byte counter). Returns the key reader's status,
+ * KT_ECHEC when signing fails, KT_ERR_FICHIER when the length, the read or
+ * the write fails. The file is closed by KT_usLibererFichierBinaire, which
+ * calls this for control type 2.
+ */
+KT_API uint16_t KT_usEcrireSignatureFichier(uint16_t usNumFichier, const char* pcClePrivee);
+
+/*
+ * KT_usVerifierSignatureFichier - verifies the last 128 bytes of the file as
+ * the signature of bytes 4 to length - 129 with the built-in public key; the
+ * file's position is unchanged. Returns 0 when valid, else the toolkit's
+ * status, KT_ERR_CONTROLE for a file too short to hold a signature (below
+ * 132 bytes), KT_ERR_FICHIER when the key cannot be allocated or the file
+ * not read.
+ */
+KT_API uint16_t KT_usVerifierSignatureFichier(uint16_t usNumFichier);
 
 KT_END_DECLS
 

@@ -44,6 +44,32 @@ static void check_traces(const char* directory) {
   }
 }
 
+static void check_zones(void) {
+  uint16_t zone = 0;
+  uint16_t identifier = 0;
+  uint16_t number = 0;
+  uint8_t* value = NULL;
+  uint8_t* buffer = NULL;
+  uint32_t length = 0;
+  uint32_t end = 0;
+  static const uint8_t expected[] = {0x01, 0x02, 0x03, 0x02, 0x41, 0x42};
+  CHECK(KT_stCalculerTailleGroupe1(2, (uint32_t)3, (uint32_t)200) == 210);
+  CHECK(KT_usCreerZoneMemoire(16, 1, &zone) == KT_OK);
+  CHECK(KT_usAjouterGroupe(zone, 0x0102) == KT_OK);
+  CHECK(KT_usAjouterChamp(zone, (const uint8_t*)"AB", 2) == KT_OK);
+  CHECK(KT_usControlerSyntaxeZoneMemoire(zone) == KT_OK);
+  CHECK(KT_usPositionnerDebut(zone) == KT_OK);
+  CHECK(KT_usAvancerGroupeSuivant(zone, 1, 0, &identifier) == KT_OK && identifier == 0x0102);
+  CHECK(KT_usAvancerChampSuivant(zone, 1, &number, &value, &length) == KT_OK);
+  CHECK(number == 1 && length == 2 && value != NULL && memcmp(value, "AB", 2) == 0);
+  CHECK(KT_usFinZone(zone, &end) == KT_OK && end == 1);
+  CHECK(KT_pucLireBuffer(zone, &length, &buffer) == KT_OK);
+  CHECK(length == sizeof expected && memcmp(buffer, expected, sizeof expected) == 0);
+  CHECK(KT_usLibererZoneMemoire(zone) == KT_OK);
+  CHECK(KT_usLibererZoneMemoire(zone) == KT_ERR_NUMERO_INCONNU);
+  KT_Liberer(buffer); /* the buffer outlives its zone */
+}
+
 static void check_checks(void) {
   uint16_t year[4] = {0, 0, 0, 0};
   uint8_t month = 0;
@@ -54,6 +80,30 @@ static void check_checks(void) {
   CHECK(year[0] == 4 && month == 5 && day == 17);
   CHECK(KT_bDateNumeriqueAChaine(2004, 5, 17, 12, text) == 1 && strcmp(text, "200405170000") == 0);
   CHECK(KT_bCompareChaine("abc", "ABC") == 1);
+}
+
+typedef char crypto_digit_ok[sizeof(NN_DIGIT) == 4 && MAX_NN_DIGITS == 33 ? 1 : -1];
+typedef char rsa_public_ok[sizeof(R_RSAPublicKey) == 260 ? 1 : -1];
+typedef char rsa_private_ok[sizeof(R_RSAPrivateKey) == 708 ? 1 : -1];
+typedef char digest_ok[sizeof(R_DigestContext) == 92 ? 1 : -1];
+typedef char md2_ok[sizeof(MD2Context) == 52 ? 1 : -1];
+typedef char md5_ok[sizeof(MD5Context) == 88 ? 1 : -1];
+typedef char random_ok[sizeof(R_RandomContext) == 40 ? 1 : -1];
+typedef char des_ok[sizeof(DESContext) == 148 ? 1 : -1];
+typedef char desx_ok[sizeof(DESXContext) == 164 ? 1 : -1];
+typedef char des3_ok[sizeof(DES3Context) == 404 ? 1 : -1];
+typedef char envelope_ok[sizeof(R_EnvelopeContext) == 420 ? 1 : -1];
+
+static void check_crypto(void) {
+  static const unsigned char abc[3] = {'a', 'b', 'c'};
+  static const unsigned char expected[16] = {0x90, 0x01, 0x50, 0x98, 0x3c, 0xd2, 0x4f, 0xb0,
+                                             0xd6, 0x96, 0x3f, 0x7d, 0x28, 0xe1, 0x7f, 0x72};
+  unsigned char digest[16];
+  uint32_t digest_len = 0;
+  CHECK(R_DigestBlock(digest, &digest_len, abc, 3, KT_DA_MD5) == KT_RE_OK);
+  CHECK(digest_len == 16 && memcmp(digest, expected, 16) == 0);
+  CHECK(R_DigestBlock(digest, &digest_len, abc, 3, 4) == KT_RE_DIGEST_ALGORITHM);
+  CHECK(KT_RE_DATA == 0x401 && KT_RE_ENCRYPTION_ALGORITHM == 0x40D);
 }
 
 /* Binary table files: record layouts as C sees them. */
@@ -101,7 +151,9 @@ int main(int argc, char** argv) {
   const char* directory = argc > 1 ? argv[1] : ".";
   check_frame();
   check_traces(directory);
+  check_zones();
   check_checks();
+  check_crypto();
   check_binfiles(directory);
   if (failures != 0) {
     fprintf(stderr, "%d check(s) failed\n", failures);

@@ -76,6 +76,29 @@ class BinFileTest : public KtTest {
     EXPECT_EQ(KT_usLibererFichierBinaire(number, nullptr), KT_OK);
   }
 
+  // Rewrites `name` with each byte in turn changed and checks the open:
+  // `crc_field` for the first four bytes, else a failed check, except in
+  // the name field (its check comes first) and at the comment's carriage
+  // return (the comment then runs on to the next one, or to the end).
+  void ExpectEveryChangeDetected(const std::string& name, uint16_t type, const std::string& bytes,
+                                 uint16_t crc_field) {
+    const std::size_t carriage_return = bytes.find('\r');
+    for (std::size_t offset = 0; offset < bytes.size(); ++offset) {
+      SCOPED_TRACE(offset);
+      std::string changed = bytes;
+      changed[offset] = static_cast<char>(changed[offset] ^ 0x01);
+      WriteFile(Path(name), changed);
+      uint16_t expected = offset < 4 ? crc_field : KT_ERR_CONTROLE;
+      if (offset >= 5 && offset < 17) expected = KT_ERR_NOM_FICHIER;
+      if (offset == carriage_return && bytes.find('\r', offset + 1) == std::string::npos) {
+        expected = KT_ERR_FIN_FICHIER;
+      }
+      uint16_t number = 0;
+      EXPECT_EQ(Open(name, type, &number), expected);
+      ASSERT_EQ(KT_usLibererFichierBinaire(number, nullptr), KT_OK);
+    }
+  }
+
   ScratchDir dir_;
 };
 

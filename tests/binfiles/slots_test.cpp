@@ -1,5 +1,7 @@
 // File slots and the life of a binary file: numbers, create, open, close,
 // raw access, and what failures leave behind.
+#include <gmock/gmock.h>
+
 #include <cstdio>
 #include <string>
 
@@ -11,6 +13,7 @@ namespace {
 
 using kt::testing::ArmFault;
 using kt::testing::Fault;
+using ::testing::HasSubstr;
 using BinFileSlots = BinFileTest;
 
 TEST_F(BinFileSlots, HundredNumbersThenExhaustionAndLowestFreeFirst) {
@@ -19,14 +22,18 @@ TEST_F(BinFileSlots, HundredNumbersThenExhaustionAndLowestFreeFirst) {
     ASSERT_EQ(Create("f" + std::to_string(i), KT_CONTROLE_AUCUN, &number), KT_OK);
     ASSERT_EQ(number, i);
   }
-  EXPECT_EQ(Create("extra", KT_CONTROLE_AUCUN, &number), KT_ERR_PLUS_DE_FICHIER);
+  const std::string trace = CaptureTrace({7}, 1, [&] {
+    EXPECT_EQ(Create("extra", KT_CONTROLE_AUCUN, &number), KT_ERR_PLUS_DE_FICHIER);
+  });
+  EXPECT_THAT(trace, HasSubstr("\n  ERREUR : plus de fichier disponible.\n"));
   EXPECT_EQ(number, 0);
   EXPECT_EQ(Open("f1", KT_CONTROLE_AUCUN, &number), KT_ERR_PLUS_DE_FICHIER);
   EXPECT_EQ(KT_usLibererFichierBinaire(63, nullptr), KT_OK);
   EXPECT_EQ(KT_usLibererFichierBinaire(37, nullptr), KT_OK);
   EXPECT_EQ(Open("f63", KT_CONTROLE_AUCUN, &number), KT_OK);
   EXPECT_EQ(number, 37);
-  EXPECT_EQ(Create("again", KT_CONTROLE_AUCUN, &number), KT_OK);
+  EXPECT_THAT(CaptureTrace({7}, 1, [&] { EXPECT_EQ(Create("again", 0, &number), KT_OK); }),
+              HasSubstr("\n  numero de fichier =63\n\n"));
   EXPECT_EQ(number, 63);
 }
 
@@ -136,23 +143,6 @@ TEST_F(BinFileSlots, ChecksAfterOpeningKeepTheFileOpen) {
   EXPECT_EQ(KT_usLibererFichierBinaire(number, nullptr), KT_OK);
 }
 
-TEST_F(BinFileSlots, OpenRecordsLengthAndStandsAtBody) {
-  Build("r", KT_CONTROLE_CRC,
-        [](uint16_t n) { EXPECT_EQ(KT_usEcrireUnsignedShort(n, 0x0102), KT_OK); });
-  FichierBinaire* record = nullptr;
-  Read("r", KT_CONTROLE_CRC, [&](uint16_t n) {
-    ASSERT_EQ(usRechercherFichier(n, &record), KT_OK);
-    EXPECT_EQ(record->ulCompteurOctets, 63u + 14 + 2);
-    EXPECT_EQ(record->bLecture, 1);
-    EXPECT_EQ(record->bEcriture, 0);
-    EXPECT_STREQ(record->pcNomFichier, "r");
-    EXPECT_EQ(record->pcRepertoire, Dir());
-    uint16_t value = 0;
-    EXPECT_EQ(KT_usLireUnsignedShort(n, &value), KT_OK);
-    EXPECT_EQ(value, 0x0102);
-  });
-}
-
 TEST_F(BinFileSlots, DataSizeLeavesOut128BytesUnlessTypeIsOne) {
   for (uint16_t type : {0, 1, 2, 5}) {
     SCOPED_TRACE(type);
@@ -225,10 +215,14 @@ TEST_F(BinFileSlots, CloseFailureIsReportedAndSlotFreed) {
 TEST_F(BinFileSlots, RawAccessReadsBlocksAndRestoresPosition) {
   Build("raw", KT_CONTROLE_AUCUN,
         [](uint16_t n) { EXPECT_EQ(KT_usEcrireUnsignedLong(n, 0x01020304), KT_OK); });
-  Read("raw", KT_CONTROLE_AUCUN, [](uint16_t n) {
+  Read("raw", KT_CONTROLE_AUCUN, [this](uint16_t n) {
+    FichierBinaire* record = nullptr;
+    ASSERT_EQ(usRechercherFichier(n, &record), KT_OK);
+    EXPECT_TRUE(record->bLecture == 1 && record->bEcriture == 0 && record->pcRepertoire == Dir());
     uint32_t length = 0;
     EXPECT_EQ(KT_usLongueurFichierBinaire(n, &length), KT_OK);
     EXPECT_EQ(length, 81u);
+    EXPECT_EQ(record->ulCompteurOctets, length);
     EXPECT_EQ(KT_usPositionnerOffset(n, -2, SEEK_END), KT_OK);
     uint8_t* block = nullptr;
     EXPECT_EQ(KT_usLireFichierBinaire(n, 78, 3, &block), KT_OK);
@@ -258,15 +252,6 @@ TEST_F(BinFileSlots, RawAccessReadsBlocksAndRestoresPosition) {
     EXPECT_EQ(KT_usPositionnerOffset(n, 0, SEEK_SET), KT_ERR_FICHIER);
     EXPECT_EQ(KT_usPositionnerOffset(n, -1, SEEK_SET), KT_ERR_FICHIER);
   });
-}
-
-TEST_F(BinFileSlots, ReservationTracesNameTheNumber) {
-  uint16_t number = 0;
-  const std::string trace =
-      CaptureTrace({7}, 2, [&] { EXPECT_EQ(usRechercherNumeroFichier(&number), KT_OK); });
-  EXPECT_EQ(trace, "numero de fichier =1\n\n");
-  EXPECT_EQ(usRechercherFichier(number, nullptr), KT_ERR_NUMERO_INCONNU);  // reserved, not filled
-  EXPECT_EQ(usRenseignerFichierTableau(number, nullptr), KT_OK);
 }
 
 }  // namespace
