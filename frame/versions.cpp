@@ -41,6 +41,30 @@ std::uint16_t WorkingDirectoryCopy(char** copy) {
   return us;
 }
 
+// The trace texts that tell the writer's steps from the reader's.
+struct VersionFileTexts {
+  const char* name;   // after usConstruireNomComplet
+  const char* join;   // after KT_usCreerNomCompletFichier
+  const char* error;  // when joining or opening fails
+};
+
+// Names the version file of `component` in `directory` and opens it with
+// `mode`; the status is that of the first failing step.
+std::uint16_t OpenVersionFile(std::int8_t component, const char* directory, const char* mode,
+                              const VersionFileTexts& texts, FILE** stream) {
+  char* name = nullptr;
+  char* full_name = nullptr;
+  std::uint16_t us = usConstruireNomComplet(component, &name);
+  KT_TRACE(kTraceInfo, texts.name, us);
+  us = KT_usCreerNomCompletFichier(directory, name != nullptr ? name : "", &full_name);
+  KT_TRACE(kTraceInfo, texts.join, us);
+  if (us == KT_OK) us = usOuvrirFichier(full_name, mode, stream);
+  if (us != KT_OK) KT_TRACE(kTraceError, texts.error, us);
+  KT_Liberer(full_name);
+  KT_Liberer(name);
+  return us;
+}
+
 }  // namespace
 
 uint16_t KT_usDonnerRepertoireTravail(char** ppcRepertoire) {
@@ -88,19 +112,13 @@ uint16_t KT_usEcrireVersionComposant(int8_t cComposant, const char* pcVersion,
 
   FILE* stream = nullptr;
   if (us == KT_OK) {
-    char* name = nullptr;
-    char* full_name = nullptr;
-    us = usConstruireNomComplet(cComposant, &name);
-    KT_TRACE(kTraceInfo, "ECRITURE DES COMPOSANTS: usConstruireNomComplet =0x%04x", us);
-    us = KT_usCreerNomCompletFichier(directory_copy, name != nullptr ? name : "", &full_name);
-    KT_TRACE(kTraceInfo, " ECRITURE DES COMPOSANTS KT_usCreerNomCompletFichier =0x%04x", us);
-    if (us == KT_OK) us = usOuvrirFichier(full_name, "wb", &stream);
-    if (us != KT_OK) {
-      KT_TRACE(kTraceError, "ECRITURE DES COMPOSANTS Retour ERREUR =(%u)", us);
+    constexpr VersionFileTexts kTexts = {
+        "ECRITURE DES COMPOSANTS: usConstruireNomComplet =0x%04x",
+        " ECRITURE DES COMPOSANTS KT_usCreerNomCompletFichier =0x%04x",
+        "ECRITURE DES COMPOSANTS Retour ERREUR =(%u)"};
+    if (OpenVersionFile(cComposant, directory_copy, "wb", kTexts, &stream) != KT_OK) {
       us = KT_FAIL(KT_ERR_FICHIER_VERSION);
     }
-    KT_Liberer(full_name);
-    KT_Liberer(name);
   }
   if (stream != nullptr) {
     // Write failures are not checked; a failing close is.
@@ -126,18 +144,13 @@ uint16_t KT_usLireVersionComposant(int8_t cComposant, char** ppcContenu, uint32_
 
   FILE* stream = nullptr;
   if (us == KT_OK) {
-    char* name = nullptr;
-    char* full_name = nullptr;
-    us = usConstruireNomComplet(cComposant, &name);
-    KT_TRACE(kTraceInfo, "LECTURE DES COMPOSANTS: usConstruireNomComplet =0x%04x", us);
-    us = KT_usCreerNomCompletFichier(directory, name != nullptr ? name : "", &full_name);
-    KT_TRACE(kTraceInfo, "LECTURE DES COMPOSANTS KT_usCreerNomCompletFichier =0x%04x", us);
+    constexpr VersionFileTexts kTexts = {
+        "LECTURE DES COMPOSANTS: usConstruireNomComplet =0x%04x",
+        "LECTURE DES COMPOSANTS KT_usCreerNomCompletFichier =0x%04x",
+        "LECTURE DES COMPOSANTS Retour ERREUR =(%u)"};
     // Unlike the writer, the failure is returned as it came.
-    if (us == KT_OK) us = usOuvrirFichier(full_name, "r", &stream);
-    if (us != KT_OK) KT_TRACE(kTraceError, "LECTURE DES COMPOSANTS Retour ERREUR =(%u)", us);
+    us = OpenVersionFile(cComposant, directory, "r", kTexts, &stream);
     KT_TRACE(kTraceInfo, "Retour =(%u)", us);
-    KT_Liberer(full_name);
-    KT_Liberer(name);
   }
 
   if (stream != nullptr) {

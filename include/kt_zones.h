@@ -361,6 +361,30 @@ KT_API uint16_t KT_usExtraireChamp(uint16_t usZone, uint8_t** ppucDonnees, uint3
  */
 KT_API uint16_t KT_usControlerSyntaxeZoneMemoire(uint16_t usZone);
 
+/* ------------------------------------------------------------------------
+ * Format control.
+ */
+
+/*
+ * KT_usControlerFormatZoneMemoire - checks a structured zone against the
+ * dictionary loaded at start-up: every group known, exactly the fields its
+ * record lists, and every value passing its type check, its length bounds
+ * (on the significant length) and, where the field has a list, equal to one
+ * of its allowed values (ignoring case, after reduction). Fields are matched
+ * to records by position. Returns:
+ *   0                          the zone conforms (cursor back at the start);
+ *   a syntax or cursor status  the zone is not a well-formed structured zone;
+ *   KT_FORMAT_CHAMP + k        the field of rank k over the whole zone fails
+ *                              (k counts the dictionary field counts of the
+ *                              groups before it, plus its number in its group);
+ *   KT_FORMAT_GROUPE + n       the n-th group is unknown, or an allowed value of
+ *                              it cannot be read (the cursor stays on it);
+ *   KT_FORMAT_NB_CHAMPS + n    the n-th group holds more or fewer fields.
+ * Sums are taken modulo 65536. An empty field (significant length 0) passes
+ * unless its record has lCodeChamp 1 and a non-zero usLongueurMin.
+ */
+KT_API uint16_t KT_usControlerFormatZoneMemoire(uint16_t usZone);
+
 KT_END_DECLS
 
 #endif /* KT_ZONES_H */

@@ -147,6 +147,19 @@ static void check_binfiles(const char* directory) {
   CHECK(strcmp(CRC16_FICTIF, "0000") == 0);
 }
 
+typedef char groupe_size_ok[sizeof(stGroupe) == 6 ? 1 : -1];
+typedef char champ_size_ok[sizeof(stChamp) == 20 ? 1 : -1];
+
+static void check_dictionary(void) {
+  uint16_t* list = NULL;
+  uint16_t count = 7;
+  char* value = NULL;
+  CHECK(KT_usDonnerListeGroupes(&list, &count) == KT_OK && count == 0);
+  KT_Liberer(list);
+  CHECK(KT_usDonnerChampValeur(10, 1, 1, &value) == KT_ERR_FIN);
+  CHECK(usGTSupprTables() == KT_ECHEC);
+}
+
 int main(int argc, char** argv) {
   const char* directory = argc > 1 ? argv[1] : ".";
   check_frame();
@@ -155,6 +168,7 @@ int main(int argc, char** argv) {
   check_checks();
   check_crypto();
   check_binfiles(directory);
+  check_dictionary();
   if (failures != 0) {
     fprintf(stderr, "%d check(s) failed\n", failures);
     return 1;

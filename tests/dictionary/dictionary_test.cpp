@@ -25,21 +25,9 @@ class Dictionary : public kt::test::KtTest {
     return file;
   }
 
-  // Reads the next table header and loads it with the matching loader.
-  std::uint16_t LoadNext(std::uint16_t file) {
-    EnteteTable table;
-    std::uint16_t us = KT_usLireEnteteTable(file, &table);
-    if (us != KT_OK) return us;
-    const std::string name = table.cNom;
-    if (name == "TGROUPE") return usInitTabGroupe(file, table.ulTailleDonnees, table.ulNbEnregistrements);
-    if (name == "TCHAMP") return usInitTabChamp(file, table.ulTailleDonnees, table.ulNbEnregistrements);
-    return usInitTabValeur(file, table.ulTailleDonnees, table.ulNbEnregistrements);
-  }
-
   void LoadSample() {
-    const std::uint16_t file = Open(kt::test::LoadSampleDictionary());
-    for (int i = 0; i < 3; ++i) ASSERT_EQ(LoadNext(file), KT_OK);
-    ASSERT_EQ(KT_usLibererFichierBinaire(file, nullptr), KT_OK);
+    ASSERT_EQ(kt::test::LoadDictionary(dir_.path().string(), kt::test::LoadSampleDictionary()),
+              KT_OK);
   }
 
   ScratchDir dir_;

@@ -68,7 +68,7 @@ class ZoneFormat : public kt::test::KtTest {
 
 const Group kIdentity = {10, {"123", "AB C", "20040229"}};
 const Group kOrder = {20, {"VENTE", "42"}};
-const Group kComment = {30, {"anything at all"}};
+const Group kComment = {30, {"ANYTHING AT ALL 42"}};
 
 TEST_F(ZoneFormat, ConformingZonePassesWithTheCursorBackAtTheStart) {
   const std::uint16_t zone = Build({kIdentity, kOrder, kComment, kOrder});
