@@ -151,15 +151,18 @@ uint16_t usSupprTabValeur(void) {
 }
 
 uint16_t usGTSupprTables(void) {
-  constexpr std::uint16_t kTraceSub = kTraceSubStartup;
-  KT_TRACE(kTraceEnter, "Suppression des tables /usGTSupprTables");
+  KT_TRACE_AT(kTraceSubStartup, kTraceEnter, "Suppression des tables /usGTSupprTables");
   // Combined by OR, so that nothing loaded gives 1 | 1 | 1.
   std::uint16_t us = usSupprTabGroupe();
-  KT_TRACE(kTraceInfo, "suppression de la table TGROUPE, usResultat=0x%04x", us);
+  KT_TRACE_AT(kTraceSubStartup, kTraceInfo, "suppression de la table TGROUPE, usResultat=0x%04x",
+              us);
   us |= usSupprTabChamp();
-  KT_TRACE(kTraceInfo, "suppression de la table TCHAMP, usResultat=0x%04x", us);
+  KT_TRACE_AT(kTraceSubStartup, kTraceInfo, "suppression de la table TCHAMP, usResultat=0x%04x",
+              us);
   us |= usSupprTabValeur();
-  KT_TRACE(kTraceInfo, "suppression de la table TVALEUR, usResultat=0x%04x", us);
-  KT_TRACE(kTraceExit, "Suppression des tables = usGTSupprTables / usResultat = 0x%04x", us);
+  KT_TRACE_AT(kTraceSubStartup, kTraceInfo, "suppression de la table TVALEUR, usResultat=0x%04x",
+              us);
+  KT_TRACE_AT(kTraceSubStartup, kTraceExit,
+              "Suppression des tables = usGTSupprTables / usResultat = 0x%04x", us);
   return us;
 }

@@ -74,8 +74,7 @@ uint16_t KT_usDonnerRepertoireTravail(char** ppcRepertoire) {
   if (ppcRepertoire != nullptr) *ppcRepertoire = directory;
   if (directory == nullptr) {
     // The start-up's text, kept as is.
-    KT_TraceEcrire(kModuleKt, kTraceSubStartup, kTraceError,
-                   "IAInitialisation probleme allocation memoire");
+    KT_TRACE_AT(kTraceSubStartup, kTraceError, "IAInitialisation probleme allocation memoire");
     us = KT_FAIL(KT_ERR_BUFFER_TRAVAIL);
   } else {
     directory[0] = '\0';

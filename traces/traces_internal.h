@@ -55,11 +55,15 @@ class ExitTrace {
 }  // namespace kt::traces
 
 // Traces one event under module 1 and the file's kTraceSub; costs one test
-// when tracing is off. Each .cpp declares `constexpr uint16_t kTraceSub`.
-#define KT_TRACE(kind, ...)                                                 \
-  do {                                                                      \
-    if (::kt::traces::On())                                                 \
-      KT_TraceEcrire(::kt::traces::kModuleKt, kTraceSub, (kind), __VA_ARGS__); \
+// when tracing is off. Each .cpp declares `constexpr uint16_t kTraceSub` once.
+#define KT_TRACE(kind, ...) KT_TRACE_AT(kTraceSub, kind, __VA_ARGS__)
+
+// The same under another sub-module, for the few operations that report
+// under an area other than their file's.
+#define KT_TRACE_AT(sub_module, kind, ...)                                     \
+  do {                                                                       \
+    if (::kt::traces::On())                                                  \
+      KT_TraceEcrire(::kt::traces::kModuleKt, (sub_module), (kind), __VA_ARGS__); \
   } while (0)
 
 #endif  // KT_TRACES_TRACES_INTERNAL_H_
