@@ -3,215 +3,159 @@
 // byte, encryption both ways).
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "crypto/crypto_test_util.h"
 
 #ifdef KT_HAVE_OPENSSL
 #include <openssl/objects.h>
 #endif
 
+namespace kt::test {
 namespace {
 
-using kt::test::ByteVector;
-using kt::test::KeyPair;
-using kt::test::TestKey;
-
-uint32_t ModulusLen(const R_RSAPublicKey& key) { return (key.bits + 7) / 8; }
-
 TEST(Rsa, DataOfModulusLenMinusElevenIsTheLimitForBothEncryptions) {
+  R_RandomContext random = SeededRandom(3);
   for (uint32_t bits : {512u, 1024u}) {
     SCOPED_TRACE(bits);
     const KeyPair& key = TestKey(bits);
-    const uint32_t len = ModulusLen(key.pub);
-    R_RandomContext random = kt::test::SeededRandom(3);
-    ByteVector data(len - 10, 0x42), out(128), back(128);
+    const uint32_t len = (bits + 7) / 8;  // 64 for 512 bits, from the same 128-byte fields
+    const ByteVector data(len - 10, 0x42);
+    unsigned char out[128], back[128];
     uint32_t out_len = 0, back_len = 0;
-    EXPECT_EQ(RSAPublicEncrypt(out.data(), &out_len, data.data(), len - 10, &key.pub, &random),
-              KT_RE_LEN);
-    EXPECT_EQ(RSAPrivateEncrypt(out.data(), &out_len, data.data(), len - 10, &key.priv),
-              KT_RE_LEN);
-    ASSERT_EQ(RSAPublicEncrypt(out.data(), &out_len, data.data(), len - 11, &key.pub, &random),
-              KT_RE_OK);
-    EXPECT_EQ(out_len, len);  // 64 bytes for a 512-bit key
-    ASSERT_EQ(RSAPrivateDecrypt(back.data(), &back_len, out.data(), out_len, &key.priv), KT_RE_OK);
-    EXPECT_EQ(ByteVector(back.begin(), back.begin() + back_len), ByteVector(len - 11, 0x42));
-    ASSERT_EQ(RSAPrivateEncrypt(out.data(), &out_len, data.data(), len - 11, &key.priv), KT_RE_OK);
-    ASSERT_EQ(RSAPublicDecrypt(back.data(), &back_len, out.data(), out_len, &key.pub), KT_RE_OK);
+    EXPECT_EQ(RSAPublicEncrypt(out, &out_len, data.data(), len - 10, &key.pub, &random), KT_RE_LEN);
+    EXPECT_EQ(RSAPrivateEncrypt(out, &out_len, data.data(), len - 10, &key.priv), KT_RE_LEN);
+    ASSERT_EQ(RSAPublicEncrypt(out, &out_len, data.data(), len - 11, &key.pub, &random), KT_RE_OK);
+    ASSERT_EQ(RSAPrivateDecrypt(back, &back_len, out, out_len, &key.priv), KT_RE_OK);
     EXPECT_EQ(back_len, len - 11);
-    EXPECT_EQ(RSAPublicDecrypt(back.data(), &back_len, out.data(), len + 1, &key.pub), KT_RE_LEN);
+    ASSERT_EQ(RSAPrivateEncrypt(out, &out_len, data.data(), len - 11, &key.priv), KT_RE_OK);
+    EXPECT_EQ(out_len, len);
+    ASSERT_EQ(RSAPublicDecrypt(back, &back_len, out, out_len, &key.pub), KT_RE_OK);
+    EXPECT_EQ(back_len, len - 11);
+    EXPECT_EQ(RSAPublicDecrypt(back, &back_len, out, len + 1, &key.pub), KT_RE_LEN);
   }
 }
 
-TEST(Rsa, InputEqualToTheModulusIsRefusedOnBothSides) {
-  const KeyPair& key = TestKey(512);
-  unsigned char out[128];
+TEST(Rsa, InputAtTheModulusAndKeysBeyondTheFieldsAreRefused) {
+  KeyPair key = TestKey(512);
+  unsigned char out[256] = {}, in[1] = {1};
   uint32_t out_len;
   const unsigned char* n = key.pub.modulus + 64;
   EXPECT_EQ(RSAPublicBlock(out, &out_len, n, 64, &key.pub), KT_RE_DATA);
   EXPECT_EQ(RSAPrivateBlock(out, &out_len, n, 64, &key.priv), KT_RE_DATA);
   EXPECT_EQ(RSAPublicDecrypt(out, &out_len, n, 64, &key.pub), KT_RE_DATA);
   EXPECT_EQ(RSAPrivateDecrypt(out, &out_len, n, 64, &key.priv), KT_RE_DATA);
-}
-
-// Runs a hand-made block through the private operation (as a signer would)
-// and hands it to RSAPublicDecrypt, or through the public operation and
-// hands it to RSAPrivateDecrypt.
-uint32_t OpenCraftedBlock(const KeyPair& key, const ByteVector& block, bool type1,
-                          uint32_t* out_len) {
-  unsigned char cryptogram[128], out[128];
-  uint32_t len;
-  if (type1) {
-    EXPECT_EQ(RSAPrivateBlock(cryptogram, &len, block.data(), 64, &key.priv), KT_RE_OK);
-    return RSAPublicDecrypt(out, out_len, cryptogram, len, &key.pub);
-  }
-  EXPECT_EQ(RSAPublicBlock(cryptogram, &len, block.data(), 64, &key.pub), KT_RE_OK);
-  return RSAPrivateDecrypt(out, out_len, cryptogram, len, &key.priv);
-}
-
-TEST(Rsa, MalformedBlocksAreRefusedWithBadData) {
-  const KeyPair& key = TestKey(512);
-  uint32_t out_len = 0;
-  ByteVector block(64, 0xFF);
-  block[0] = 0;
-  block[1] = 1;
-  EXPECT_EQ(OpenCraftedBlock(key, block, true, &out_len), KT_RE_DATA);  // no separator
-  block[10] = 0;
-  EXPECT_EQ(OpenCraftedBlock(key, block, true, &out_len), KT_RE_OK);  // 8 FF bytes
-  EXPECT_EQ(out_len, 53u);
-  block[9] = 0;
-  EXPECT_EQ(OpenCraftedBlock(key, block, true, &out_len), KT_RE_DATA);  // 7 FF bytes
-  block[9] = 0xFE;
-  EXPECT_EQ(OpenCraftedBlock(key, block, true, &out_len), KT_RE_DATA);  // not FF, not 00
-  block[1] = 2;
-  EXPECT_EQ(OpenCraftedBlock(key, block, true, &out_len), KT_RE_DATA);  // wrong type
-
-  ByteVector type2(64, 0x5A);
-  type2[0] = 0;
-  type2[1] = 2;
-  EXPECT_EQ(OpenCraftedBlock(key, type2, false, &out_len), KT_RE_DATA);  // no separator
-  type2[10] = 0;
-  EXPECT_EQ(OpenCraftedBlock(key, type2, false, &out_len), KT_RE_OK);
-  EXPECT_EQ(out_len, 53u);
-  type2[9] = 0;
-  EXPECT_EQ(OpenCraftedBlock(key, type2, false, &out_len), KT_RE_DATA);  // separator at 9
-  type2[63] = 0;
-  type2[9] = type2[10] = 1;
-  EXPECT_EQ(OpenCraftedBlock(key, type2, false, &out_len), KT_RE_DATA);  // 00 only last
-  type2[1] = 1;
-  EXPECT_EQ(OpenCraftedBlock(key, type2, false, &out_len), KT_RE_DATA);  // wrong type
-}
-
-TEST(Rsa, KeysBeyondTheFieldsAreRefused) {
-  KeyPair key = TestKey(512);
   key.pub.bits = key.priv.bits = 1025;
-  unsigned char out[256] = {}, in[1] = {1};
-  uint32_t out_len;
   EXPECT_EQ(RSAPublicBlock(out, &out_len, in, 1, &key.pub), KT_RE_LEN);
   EXPECT_EQ(RSAPrivateEncrypt(out, &out_len, in, 1, &key.priv), KT_RE_LEN);
 }
 
-TEST(Signature, SuccessfulFinalRestartsTheContextForTheNextMessage) {
+TEST(Rsa, MalformedBlocksAreRefusedWithBadData) {
+  // Blocks of 64 bytes: 00, the type byte, `fill` bytes, a 00 separator at
+  // `separator` (none if -1) and fill again. A signer's block goes through
+  // the private operation to RSAPublicDecrypt, the others the other way.
+  const std::tuple<bool, unsigned char, unsigned char, int, uint32_t> cases[] = {
+      {true, 1, 0xFF, 10, KT_RE_OK},    {true, 1, 0xFF, -1, KT_RE_DATA},
+      {true, 1, 0xFF, 9, KT_RE_DATA},   {true, 1, 0xFE, 10, KT_RE_DATA},
+      {true, 2, 0xFF, 10, KT_RE_DATA},  {false, 2, 0x5A, 10, KT_RE_OK},
+      {false, 2, 0x5A, -1, KT_RE_DATA}, {false, 2, 0x5A, 9, KT_RE_DATA},
+      {false, 2, 0x5A, 63, KT_RE_DATA}, {false, 1, 0x5A, 10, KT_RE_DATA},
+  };
   const KeyPair& key = TestKey(512);
-  const ByteVector message = kt::test::Text("message to sign");
-  R_DigestContext sign, verify;
-  ASSERT_EQ(R_SignInit(&sign, KT_DA_MD5), KT_RE_OK);
-  ASSERT_EQ(R_VerifyInit(&verify, KT_DA_MD5), KT_RE_OK);
-  for (int round = 0; round < 2; ++round) {
-    unsigned char signature[128];
-    uint32_t signature_len = 0;
-    R_SignUpdate(&sign, message.data(), static_cast<uint32_t>(message.size()));
-    ASSERT_EQ(R_SignFinal(&sign, signature, &signature_len, &key.priv), KT_RE_OK);
-    EXPECT_EQ(signature_len, 64u);
-    R_VerifyUpdate(&verify, message.data(), static_cast<uint32_t>(message.size()));
-    // Too long: refused before the digest is consumed, so the retry works.
-    EXPECT_EQ(R_VerifyFinal(&verify, signature, 129, &key.pub), KT_RE_LEN);
-    EXPECT_EQ(R_VerifyFinal(&verify, signature, signature_len, &key.pub), KT_RE_OK);
+  for (auto [signer, type, fill, separator, expected] : cases) {
+    SCOPED_TRACE(testing::Message()
+                 << "type " << int{type} << " fill " << int{fill} << " separator " << separator);
+    ByteVector block(64, fill);
+    block[0] = 0;
+    block[1] = type;
+    if (separator >= 0) block[separator] = 0;
+    unsigned char cryptogram[128], out[128];
+    uint32_t len, out_len = 0, status;
+    if (signer) {
+      ASSERT_EQ(RSAPrivateBlock(cryptogram, &len, block.data(), 64, &key.priv), KT_RE_OK);
+      status = RSAPublicDecrypt(out, &out_len, cryptogram, len, &key.pub);
+    } else {
+      ASSERT_EQ(RSAPublicBlock(cryptogram, &len, block.data(), 64, &key.pub), KT_RE_OK);
+      status = RSAPrivateDecrypt(out, &out_len, cryptogram, len, &key.priv);
+    }
+    EXPECT_EQ(status, expected);
+    if (status == KT_RE_OK) {
+      EXPECT_EQ(out_len, 53u);  // exactly 8 padding bytes
+    }
   }
 }
 
-TEST(Signature, MismatchesAndFailuresGiveTheirStatuses) {
+TEST(Signature, ContextsRestartAfterFinalAndFailuresGiveTheirStatuses) {
   const KeyPair& key = TestKey(512);
-  const ByteVector message = kt::test::Text("abc");
-  const uint32_t len = static_cast<uint32_t>(message.size());
+  const unsigned char* message = reinterpret_cast<const unsigned char*>("abc");
   unsigned char signature[128];
-  uint32_t signature_len;
-  ASSERT_EQ(R_SignBlock(signature, &signature_len, message.data(), len, KT_DA_MD2, &key.priv),
-            KT_RE_OK);
-  EXPECT_EQ(R_VerifyBlockSignature(message.data(), len, signature, signature_len, KT_DA_MD2,
-                                   &key.pub),
-            KT_RE_OK);
-  EXPECT_EQ(R_VerifyBlockSignature(message.data(), len, signature, signature_len, KT_DA_MD5,
-                                   &key.pub),
-            KT_RE_SIGNATURE);
-  EXPECT_EQ(R_VerifyBlockSignature(message.data(), len - 1, signature, signature_len, KT_DA_MD2,
-                                   &key.pub),
-            KT_RE_SIGNATURE);
+  uint32_t len = 0;
+  R_DigestContext sign, verify;
+  ASSERT_EQ(R_SignInit(&sign, KT_DA_MD5), KT_RE_OK);
+  ASSERT_EQ(R_VerifyInit(&verify, KT_DA_MD5), KT_RE_OK);
+  for (int round = 0; round < 2; ++round) {  // no second Init
+    R_SignUpdate(&sign, message, 3);
+    ASSERT_EQ(R_SignFinal(&sign, signature, &len, &key.priv), KT_RE_OK);
+    EXPECT_EQ(len, 64u);
+    R_VerifyUpdate(&verify, message, 3);
+    // Too long: refused before the digest is consumed, so the retry works.
+    EXPECT_EQ(R_VerifyFinal(&verify, signature, 129, &key.pub), KT_RE_LEN);
+    EXPECT_EQ(R_VerifyFinal(&verify, signature, len, &key.pub), KT_RE_OK);
+  }
+
+  auto verify_block = [&](uint32_t message_len, const unsigned char* sig, int32_t algorithm) {
+    return R_VerifyBlockSignature(message, message_len, sig, len, algorithm, &key.pub);
+  };
+  ASSERT_EQ(R_SignBlock(signature, &len, message, 3, KT_DA_MD2, &key.priv), KT_RE_OK);
+  EXPECT_EQ(verify_block(3, signature, KT_DA_MD2), KT_RE_OK);
+  EXPECT_EQ(verify_block(3, signature, KT_DA_MD5), KT_RE_SIGNATURE);
+  EXPECT_EQ(verify_block(2, signature, KT_DA_MD2), KT_RE_SIGNATURE);
+  EXPECT_EQ(verify_block(3, key.pub.modulus + 64, KT_DA_MD2), KT_RE_PUBLIC_KEY);
   signature[5] ^= 1;  // no longer a type-1 block
-  EXPECT_EQ(R_VerifyBlockSignature(message.data(), len, signature, signature_len, KT_DA_MD2,
-                                   &key.pub),
-            KT_RE_PUBLIC_KEY);
-  EXPECT_EQ(R_VerifyBlockSignature(message.data(), len, key.pub.modulus + 64, 64, KT_DA_MD2,
-                                   &key.pub),
-            KT_RE_PUBLIC_KEY);
-  EXPECT_EQ(R_SignBlock(signature, &signature_len, message.data(), len, 4, &key.priv),
-            KT_RE_DIGEST_ALGORITHM);
+  EXPECT_EQ(verify_block(3, signature, KT_DA_MD2), KT_RE_PUBLIC_KEY);
+  EXPECT_EQ(R_SignBlock(signature, &len, message, 3, 4, &key.priv), KT_RE_DIGEST_ALGORITHM);
   R_RSAPrivateKey broken = key.priv;
   broken.bits = 2000;
-  EXPECT_EQ(R_SignBlock(signature, &signature_len, message.data(), len, KT_DA_MD5, &broken),
-            KT_RE_PRIVATE_KEY);
+  EXPECT_EQ(R_SignBlock(signature, &len, message, 3, KT_DA_MD5, &broken), KT_RE_PRIVATE_KEY);
 }
 
 #ifdef KT_HAVE_OPENSSL
-using kt::test::ToOpenSsl;
-
-TEST(RsaVersusOpenSsl, Md5SignaturesAreIdenticalAndVerifyBothWays) {
+TEST(RsaVersusOpenSsl, SignaturesAreIdenticalAndEncryptionDecryptsBothWays) {
   std::mt19937 rng(17);
+  R_RandomContext random = SeededRandom(8);
   for (uint32_t bits : {512u, 1024u}) {
     const KeyPair& key = TestKey(bits);
     RSA* rsa = ToOpenSsl(key);
+    const uint32_t modulus_len = (bits + 7) / 8;
     for (int round = 0; round < 4; ++round) {
-      const ByteVector message = kt::test::RandomBytes(rng, rng() % 500);
-      const uint32_t len = static_cast<uint32_t>(message.size());
+      SCOPED_TRACE(testing::Message() << bits << " bits, round " << round);
+      ByteVector message = RandomBytes(rng, rng() % 500);
+      uint32_t len = static_cast<uint32_t>(message.size());
       unsigned char ours[128], theirs[128], digest[16];
       uint32_t ours_len, digest_len;
       unsigned int theirs_len;
       ASSERT_EQ(R_SignBlock(ours, &ours_len, message.data(), len, KT_DA_MD5, &key.priv), KT_RE_OK);
       R_DigestBlock(digest, &digest_len, message.data(), len, KT_DA_MD5);
       ASSERT_EQ(RSA_sign(NID_md5, digest, 16, theirs, &theirs_len, rsa), 1);
-      ASSERT_EQ(ours_len, theirs_len);
-      EXPECT_EQ(kt::test::Hex(ours, ours_len), kt::test::Hex(theirs, theirs_len));
+      EXPECT_EQ(Hex(ours, ours_len), Hex(theirs, theirs_len));
       EXPECT_EQ(RSA_verify(NID_md5, digest, 16, ours, ours_len, rsa), 1);
-      EXPECT_EQ(R_VerifyBlockSignature(message.data(), len, theirs, theirs_len, KT_DA_MD5,
-                                       &key.pub),
-                KT_RE_OK);
-    }
-    RSA_free(rsa);
-  }
-}
+      EXPECT_EQ(
+          R_VerifyBlockSignature(message.data(), len, theirs, theirs_len, KT_DA_MD5, &key.pub),
+          KT_RE_OK);
 
-TEST(RsaVersusOpenSsl, PublicKeyEncryptionDecryptsBothWays) {
-  std::mt19937 rng(19);
-  R_RandomContext random = kt::test::SeededRandom(8);
-  for (uint32_t bits : {512u, 1024u}) {
-    const KeyPair& key = TestKey(bits);
-    RSA* rsa = ToOpenSsl(key);
-    const int modulus_len = static_cast<int>(ModulusLen(key.pub));
-    for (int round = 0; round < 4; ++round) {
-      const ByteVector data = kt::test::RandomBytes(rng, 1 + rng() % (modulus_len - 11));
-      const uint32_t len = static_cast<uint32_t>(data.size());
-      unsigned char cryptogram[128], plain[128];
-      uint32_t cryptogram_len, plain_len;
-      ASSERT_EQ(RSAPublicEncrypt(cryptogram, &cryptogram_len, data.data(), len, &key.pub, &random),
+      message = RandomBytes(rng, 1 + rng() % (modulus_len - 11));
+      len = static_cast<uint32_t>(message.size());
+      ASSERT_EQ(RSAPublicEncrypt(ours, &ours_len, message.data(), len, &key.pub, &random),
                 KT_RE_OK);
-      ASSERT_EQ(RSA_private_decrypt(static_cast<int>(cryptogram_len), cryptogram, plain, rsa,
-                                    RSA_PKCS1_PADDING),
-                static_cast<int>(len));
-      EXPECT_EQ(ByteVector(plain, plain + len), data);
-      ASSERT_EQ(RSA_public_encrypt(static_cast<int>(len), data.data(), cryptogram, rsa,
-                                   RSA_PKCS1_PADDING),
-                modulus_len);
-      ASSERT_EQ(RSAPrivateDecrypt(plain, &plain_len, cryptogram, modulus_len, &key.priv),
-                KT_RE_OK);
-      EXPECT_EQ(ByteVector(plain, plain + plain_len), data);
+      ASSERT_EQ(
+          RSA_private_decrypt(static_cast<int>(ours_len), ours, theirs, rsa, RSA_PKCS1_PADDING),
+          static_cast<int>(len));
+      EXPECT_EQ(ByteVector(theirs, theirs + len), message);
+      ASSERT_EQ(
+          RSA_public_encrypt(static_cast<int>(len), message.data(), theirs, rsa, RSA_PKCS1_PADDING),
+          static_cast<int>(modulus_len));
+      ASSERT_EQ(RSAPrivateDecrypt(ours, &ours_len, theirs, modulus_len, &key.priv), KT_RE_OK);
+      EXPECT_EQ(ByteVector(ours, ours + ours_len), message);
     }
     RSA_free(rsa);
   }
@@ -219,3 +163,4 @@ TEST(RsaVersusOpenSsl, PublicKeyEncryptionDecryptsBothWays) {
 #endif
 
 }  // namespace
+}  // namespace kt::test
