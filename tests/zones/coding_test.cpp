@@ -1,5 +1,6 @@
 #include <cstdint>
 #include <string>
+#include <tuple>
 
 #include "zones/zone_test_util.h"
 
@@ -60,16 +61,12 @@ TEST_F(ZoneCoding, DecoderReadsAnyFormThatFitsAndNothingElse) {
   for (int first = 0x85; first <= 0xFF; ++first) {
     EXPECT_EQ(Decode(ByteVector(8, static_cast<std::uint8_t>(first)), 8), bad);
   }
-  const std::string trace = CaptureTrace({3}, 2, [&] {
-    (void)Decode({0x82, 0x01}, 2);
-    (void)Decode({0xFF}, 1);
-  });
-  EXPECT_EQ(trace,
+  EXPECT_EQ(CaptureTrace({3}, 2,
+                         [] {
+                           (void)Decode({0x82, 0x01}, 2);
+                         }),
             "{ KT_stDecoderLongueur : offset = 0\n"
             "  ERREUR :  Buffer trop petit pour coder la longueur (2) (tailleBuffer = 2).\n"
-            "  cr = 0xF810\n}\n"
-            "{ KT_stDecoderLongueur : offset = 0\n"
-            "  ERREUR :  Nombre d'octets pour coder la longueur (127) > 4.\n"
             "  cr = 0xF810\n}\n");
 }
 
@@ -82,10 +79,9 @@ TEST_F(ZoneCoding, GroupHeaders) {
   std::uint32_t length = 0;
   std::uint32_t count = 0;
   EXPECT_EQ(KT_usDecoderEnteteGroupe(buffer.data(), 7, 1, &id, &length, &count), KT_OK);
-  EXPECT_EQ(std::to_string(id) + " " + std::to_string(length) + " " + std::to_string(count),
-            "513 300 5");
+  EXPECT_EQ(std::tuple(id, length, count), std::tuple(std::uint16_t{513}, 300u, 5u));
   // A header needs three bytes: not from offset size - 2.
-  EXPECT_EQ(KT_usDecoderEnteteGroupe(buffer.data(), 5, 3, &id, &length, &count),
+  EXPECT_EQ(KT_usDecoderEnteteGroupe(buffer.data(), 5, 3, nullptr, nullptr, nullptr),
             KT_ERR_CODAGE_ZONE);
   // 1 + 3 and 2 + 200 content bytes: 206 needs a 4-byte header.
   EXPECT_EQ(KT_stCalculerTailleGroupe1(2, std::uint32_t{3}, std::uint32_t{200}), 210u);

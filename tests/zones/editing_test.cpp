@@ -18,37 +18,6 @@ class ZoneEditing : public ZoneTest {
   }
 };
 
-TEST_F(ZoneEditing, BuildsTheOneFieldZoneFromNothing) {
-  const std::uint16_t zone = Create(16);
-  const std::string trace =
-      CaptureTrace({3}, 2, [&] { ASSERT_EQ(KT_usAjouterGroupe(zone, 0x0102), KT_OK); });
-  EXPECT_EQ(trace,
-            "{ KT_usAjouterGroupe : identifiant = 258\n"
-            "  { KT_stCoderEnteteGroupe : identifiant = 258, longueur = 0, offset = 0\n"
-            "    { KT_stCoderLongueur : longueur = 0, offset = 2\n      nbOctets = 1\n    }\n"
-            "    nbOctets = 3\n  }\n"
-            "  cr = 0x0000, tailleDonnees = 3\n}\n");
-  ASSERT_EQ(Add(zone, "AB"), KT_OK);
-  EXPECT_EQ(Data(zone), Bytes({0x01, 0x02, 0x03, 0x02, 0x41, 0x42}));
-}
-
-TEST_F(ZoneEditing, GroupHeaderGrowsAcross128And255) {
-  const std::uint16_t zone = Create(300);
-  ASSERT_EQ(KT_usAjouterGroupe(zone, 7), KT_OK);
-  ASSERT_EQ(Add(zone, "ab"), KT_OK);
-  ASSERT_EQ(Add(zone, std::string(124, 'v')), KT_OK);  // 3 + 125 = 128 content bytes
-  EXPECT_EQ(Data(zone), Encode({{7, {"ab", std::string(124, 'v')}}}));
-  std::uint8_t* value = nullptr;  // the new field stays current after the shift
-  ASSERT_EQ(KT_usExtraireChamp(zone, &value, 1, 123), KT_OK);
-  EXPECT_EQ(AsText(value, 123), std::string(123, 'v'));
-  // 127 + 127 = 254 content bytes, then one more in the middle.
-  const std::string a(126, 'a');
-  const std::uint16_t middle = Adopt(Encode({{1, {a, a}}, {2, {"next"}}}), 300);
-  ASSERT_EQ(KT_usRechercherChamp(middle, 1, 1, 1, 0, nullptr, nullptr), KT_OK);
-  ASSERT_EQ(Add(middle, ""), KT_OK);
-  EXPECT_EQ(Data(middle), Encode({{1, {a, "", a}}, {2, {"next"}}}));
-}
-
 TEST_F(ZoneEditing, GroupAfterALongerMiddleGroupOverwritesWhatFollows) {
   // Kept as it always was: the end test looks at the old group's size.
   const std::uint16_t zone = Adopt(Encode({{1, {"long value"}}, {2, {"b"}}}), 64);
@@ -60,14 +29,25 @@ TEST_F(ZoneEditing, GroupAfterALongerMiddleGroupOverwritesWhatFollows) {
   EXPECT_EQ(Data(zone), expected);
 }
 
-TEST_F(ZoneEditing, ModifyOverwritesOrGrowsTheCurrentFieldInPlace) {
-  // Order: groups, field of the first group, position, bytes, groups after.
+TEST_F(ZoneEditing, AddsAndChangesGiveTheReferenceBytesAndStayOnTheField) {
+  // Order: groups; the field of the first group the cursor stands on (0:
+  // none); the position to write the bytes at, or kAdd to add them as a
+  // field after it; the bytes; the groups after.
+  constexpr std::uint32_t kAdd = 0xFFFFFFFF;
   using Case = std::tuple<std::vector<RefGroup>, std::uint16_t, std::uint32_t, std::string,
                           std::vector<RefGroup>>;
+  const std::string a(126, 'a');
+  const std::string v(124, 'v');
   std::string old;
   for (int i = 0; i < 127; ++i) old.push_back(static_cast<char>('0' + i % 64));
   const std::string f(121, 'f');
   std::vector<Case> cases = {
+      // The group's header grows across 128 and 255 content bytes, with the
+      // new field last, in the middle or first.
+      {{{1, {"ab"}}}, 1, kAdd, v, {{1, {"ab", v}}}},
+      {{{1, {a, a}}, {2, {"next"}}}, 1, kAdd, "", {{1, {a, "", a}}, {2, {"next"}}}},
+      {{{1, {a, a}}}, 0, kAdd, "x", {{1, {"x", a, a}}}},
+      // Writing at the end of the value: nothing, then growth.
       {{{1, {"hello"}}}, 1, 5, "", {{1, {"hello"}}}},
       {{{1, {"abc"}}, {2, {"z"}}}, 1, 3, "de", {{1, {"abcde"}}, {2, {"z"}}}},
       // Kept as they always were. When the value's coded length widens,
@@ -78,8 +58,8 @@ TEST_F(ZoneEditing, ModifyOverwritesOrGrowsTheCurrentFieldInPlace) {
       {{{1, {old}}}, 1, 127, "X", {{1, {old.substr(1) + '\xEE' + 'X'}}}},
       {{{1, {f, "abc"}}, {2, {"z"}}}, 2, 3, "de", {{1, {f, std::string("ac\0de", 5)}}, {2, {"z"}}}},
   };
-  // From position 0, across every boundary of the field and of the header,
-  // an empty field included (its growth moves the most).
+  // Growth from position 0 across every boundary of the field and of the
+  // header, an empty field included (its growth moves the most).
   for (std::uint32_t size : {127u, 128u, 254u, 255u, 300u, 65534u, 65535u}) {
     const std::string w(size, 'w');
     cases.push_back({{{1, {"p", "", "q"}}, {2, {"n"}}}, 2, 0, w, {{1, {"p", w, "q"}}, {2, {"n"}}}});
@@ -87,9 +67,15 @@ TEST_F(ZoneEditing, ModifyOverwritesOrGrowsTheCurrentFieldInPlace) {
   for (const auto& [before, field, position, bytes, after] : cases) {
     SCOPED_TRACE(std::to_string(bytes.size()) + " bytes at " + std::to_string(position));
     const std::uint16_t zone = Adopt(Encode(before), 70000);
-    ASSERT_EQ(KT_usRechercherChamp(zone, 1, 1, field, 0, nullptr, nullptr), KT_OK);
-    ASSERT_EQ(Modify(zone, bytes, position), KT_OK);
+    ASSERT_EQ(field == 0 ? KT_usRechercherGroupe(zone, 1, 1, 0)
+                         : KT_usRechercherChamp(zone, 1, 1, field, 0, nullptr, nullptr),
+              KT_OK);
+    ASSERT_EQ(position == kAdd ? Add(zone, bytes) : Modify(zone, bytes, position), KT_OK);
     EXPECT_EQ(Data(zone), Encode(after));
+    const std::uint32_t length = Record(zone).LongueurChamp;
+    std::uint8_t* value = nullptr;
+    ASSERT_EQ(KT_usExtraireChamp(zone, &value, 0, length), KT_OK);
+    EXPECT_EQ(AsText(value, length), after[0].fields[field - (position == kAdd ? 0 : 1)]);
   }
 }
 

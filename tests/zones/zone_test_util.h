@@ -85,6 +85,11 @@ class ZoneTest : public KtTest {
               KT_OK);
     return zone;
   }
+  // Groups 0x0A (2 fields), 0x0B (3 fields), 0x0A (1 field), 0x0A (1 empty field).
+  static std::uint16_t FourGroups() {
+    return Adopt(
+        Encode({{0x0A, {"a1", "a2"}}, {0x0B, {"b1", "", "b3"}}, {0x0A, {"c"}}, {0x0A, {""}}}));
+  }
   static const kt::zones::ZoneRecord& Record(std::uint16_t zone) {
     return *kt::zones::FindZone(zone);
   }
