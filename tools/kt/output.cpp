@@ -159,6 +159,14 @@ Progress::~Progress() {
   if (shown_width_ > 0) std::fprintf(stderr, "\r%*s\r", shown_width_, "");
 }
 
+void Progress::Announce(std::uint64_t size) {
+  constexpr std::uint64_t kLarge = 16 << 20;
+  if (!enabled_ || size < kLarge) return;
+  const int width = std::fprintf(stderr, "\r%s...", label_.c_str());
+  std::fflush(stderr);
+  if (width > shown_width_) shown_width_ = width;
+}
+
 void Progress::Update(std::uint64_t done, std::uint64_t total) {
   if (!enabled_) return;
   const auto now = std::chrono::steady_clock::now();

@@ -69,6 +69,9 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
   void Update(std::uint64_t done, std::uint64_t total);
+  // Shows the label at once, for work that cannot report its progress (a
+  // check inside the library), when `size` bytes are enough to take a while.
+  void Announce(std::uint64_t size);
 
  private:
   std::string label_;

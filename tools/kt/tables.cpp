@@ -44,9 +44,10 @@ const CommandSpec kTablesDumpSpec = {
     "tables dump",
     "FILE [--control auto|none|crc|signature] [--json | --source]",
     "Shows a tables file: its header line, the result of its check (CRC or\n"
-    "signature against the built-in public key), every table with its records,\n"
-    "and a dictionary file as groups, fields and values, with the consistency\n"
-    "of its index ranges. Exit status 1 when the check or the dictionary fails.\n"
+    "signature against the built-in public key), every table with its records\n"
+    "(other tables than the dictionary's: their first 64 bytes), and a\n"
+    "dictionary file as groups, fields and values, with the consistency of its\n"
+    "index ranges. Exit status 1 when the check or the dictionary fails.\n"
     "  --control KIND     the check to make; auto (default) finds it out\n"
     "  --json             the same as one JSON document\n"
     "  --source           only the dictionary, as a description that\n"

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 
 #include "tools/kt/output.h"
 #include "tools/kt/status_text.h"
@@ -69,6 +70,10 @@ std::string CheckResult::Describe() const {
 
 std::uint16_t TablesFile::Open(const std::string& path, Control control) {
   Close();
+  std::error_code ignored;
+  Progress checking(std::string("checking ") + path);
+  const std::uintmax_t size = std::filesystem::file_size(path, ignored);
+  if (control != Control::kNone && !ignored) checking.Announce(size);
   const PathParts parts = SplitPath(path);
   char block[KT_TAILLE_ENTETE_FICHIER] = {};
   check_ = CheckResult{};
@@ -108,9 +113,11 @@ std::uint16_t TablesFile::Open(const std::string& path, Control control) {
               : control == Control::kSignature || TablesEndAt(short_end) ? short_end
                                                                               : length_;
   if (control == Control::kCrc) {
+    (void)usLireCRC(number_, &check_.stored_crc);
+    check_.computed_crc = check_.stored_crc;
+    // The opener compared them; a second pass only to show a bad one.
     FichierBinaire* record = nullptr;
-    if (usRechercherFichier(number_, &record) == KT_OK) {
-      (void)usLireCRC(number_, &check_.stored_crc);
+    if (!check_.good && usRechercherFichier(number_, &record) == KT_OK) {
       (void)usCalculerCRC16(record->pfFichier, &check_.computed_crc);
     }
   } else if (control == Control::kSignature && !check_.good) {
