@@ -1,7 +1,9 @@
 // kt tables compile | dump, end to end.
+#include <cstring>
 #include <filesystem>
 #include <string>
 
+#include "kt_binfiles.h"
 #include "kt_frame.h"
 #include "support/dictionary_builder.h"
 #include "tools/kt/dictionary_source.h"
@@ -115,6 +117,46 @@ TEST_F(ToolTables, DumpFlagsWhatStartUpWouldRefuse) {
   EXPECT_THAT(run.out, HasSubstr("field #4: unknown type 63"));
   // The ranges still follow one another: the description is shown.
   EXPECT_THAT(run.out, HasSubstr("index ranges consecutive\n  tables 0100 0100"));
+}
+
+TEST_F(ToolTables, CompileSignsWithTheKeyAndSaysWhenTheBuiltInKeyDisagrees) {
+  CompileSample("s.vkt", {"--control", "signature", "--key", SourcePath("keys/development.key")});
+  const KtRun dump = Run({"tables", "dump", "--json", "s.vkt"});
+  EXPECT_EQ(dump.status, 0) << dump.err;
+  EXPECT_THAT(dump.out, HasSubstr("\"type\":\"signature\",\"checked\":true,\"good\":true"));
+  EXPECT_EQ(ReadFile(File("s.vkt")).size(), 313u + 128u);
+
+  ASSERT_EQ(Run({"key", "generate", "--out", "other"}).status, 0);
+  const KtRun other = Run({"tables", "compile", SourcePath(kSample), "-o", "o.vkt", "--control",
+                           "signature", "--key", "other.key"});
+  EXPECT_EQ(other.status, 0);
+  EXPECT_THAT(other.out, HasSubstr("note: the library's built-in public key does not verify"));
+  EXPECT_EQ(Run({"file", "verify", "o.vkt"}).status, 1);
+}
+
+TEST_F(ToolTables, DumpShowsOtherTablesByTheirFirstBytes) {
+  EnteteFichier header;
+  std::memset(&header, ' ', sizeof header);
+  std::snprintf(header.cNom, sizeof header.cNom, "x.bin");
+  std::snprintf(header.cVersion, sizeof header.cVersion, "0001");
+  std::snprintf(header.cCommentaire, sizeof header.cCommentaire, "other tables");
+  std::uint16_t file = 0;
+  ASSERT_EQ(KT_usCreerFichierBinaire(dir_.path().c_str(), "x.bin", KT_CONTROLE_CRC,
+                                     reinterpret_cast<const char*>(&header), &file),
+            KT_OK);
+  EnteteTable table{"TPRIX     ", 0, 100, 0, 0, 0, 0};
+  ASSERT_EQ(KT_usEcrireEnteteTable(file, &table), KT_OK);
+  for (std::uint32_t i = 0; i < 100; ++i) ASSERT_EQ(KT_usEcrireUnsignedLong(file, i), KT_OK);
+  ASSERT_EQ(KT_usLibererFichierBinaire(file, nullptr), KT_OK);
+
+  const KtRun run = Run({"tables", "dump", "x.bin"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_THAT(run.out, HasSubstr("  TPRIX      at 75: 100 records, 400 bytes\n"
+                                 "    00 00 00 00 00 00 00 01 00 00 00 02"));
+  EXPECT_THAT(run.out, HasSubstr("00 00 00 0f ...\n"));
+  EXPECT_EQ(run.out.find("dictionary"), std::string::npos);
+  const KtRun json = Run({"tables", "dump", "--json", "x.bin"});
+  EXPECT_THAT(json.out, HasSubstr("\"data_hex\":\"000000000000000100000002"));
 }
 
 TEST_F(ToolTables, DumpSurvivesTruncatedAndDamagedFiles) {
