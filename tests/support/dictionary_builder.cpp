@@ -21,7 +21,8 @@ DictionarySource ParseDictionary(const std::string& text) {
 }
 
 DictionarySource LoadSampleDictionary() {
-  return ParseDictionary(ReadFile(std::string(KT_SOURCE_DIR) + "/tests/data/sample_dictionary.txt"));
+  return ParseDictionary(
+      ReadFile(std::string(KT_SOURCE_DIR) + "/tests/data/sample_dictionary.txt"));
 }
 
 std::uint16_t WriteTablesFile(const std::string& directory, const DictionarySource& source,

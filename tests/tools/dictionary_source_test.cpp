@@ -1,10 +1,11 @@
 // The dictionary description parser and the status texts, in process.
+#include "tools/kt/dictionary_source.h"
+
 #include <string>
 #include <vector>
 
 #include "kt_frame.h"
 #include "support/kt_test.h"
-#include "tools/kt/dictionary_source.h"
 #include "tools/kt/status_text.h"
 #include "tools/run_kt.h"
 
@@ -37,8 +38,8 @@ TEST(DictionarySource, SampleParsesAndFormatsBackToAnEqualSource) {
   sample.groups[2].fields[0].attribute = -7;
   sample.groups[2].fields[0].values = {" two  blanks ", ""};
   DictionarySource again;
-  ASSERT_TRUE(kt::tool::ParseDictionarySource(kt::tool::FormatDictionarySource(sample), &again,
-                                              &errors));
+  ASSERT_TRUE(
+      kt::tool::ParseDictionarySource(kt::tool::FormatDictionarySource(sample), &again, &errors));
   EXPECT_EQ(again, sample);
 }
 
@@ -89,13 +90,32 @@ TEST(DictionarySource, SixteenBitIndexesBoundTheTables) {
 }
 
 TEST(StatusText, NamesEveryCodeAndDecodesPositions) {
-  for (const std::uint16_t code :
-       {KT_OK, KT_ECHEC, KT_ERR_TRACE_SOUS_MODULE, KT_ERR_TRACE_OUVERTURE, KT_ERR_TRACE_PLEINE,
-        KT_ERR_FICHIER, KT_ERR_VERSION, KT_ERR_CONTROLE, KT_ERR_FIN_FICHIER, KT_ERR_NOM_FICHIER,
-        KT_ERR_REP_TABLES, KT_ERR_REP_TRAVAIL, KT_ERR_FICHIER_VERSION, KT_ERR_POINTEUR_NUL,
-        KT_ERR_MEMOIRE, KT_ERR_ARGUMENT, KT_ERR_PLACE_ZONE, KT_ERR_FIN, KT_ERR_OCCURRENCE,
-        KT_ERR_NUMERO_INCONNU, KT_ERR_PLUS_DE_FICHIER, KT_ERR_CODAGE_ZONE, KT_ERR_MODE,
-        KT_ERR_BUFFER_TRAVAIL, KT_ERR_POSITION, KT_ERR_RETOUR_POSITION}) {
+  for (const std::uint16_t code : {KT_OK,
+                                   KT_ECHEC,
+                                   KT_ERR_TRACE_SOUS_MODULE,
+                                   KT_ERR_TRACE_OUVERTURE,
+                                   KT_ERR_TRACE_PLEINE,
+                                   KT_ERR_FICHIER,
+                                   KT_ERR_VERSION,
+                                   KT_ERR_CONTROLE,
+                                   KT_ERR_FIN_FICHIER,
+                                   KT_ERR_NOM_FICHIER,
+                                   KT_ERR_REP_TABLES,
+                                   KT_ERR_REP_TRAVAIL,
+                                   KT_ERR_FICHIER_VERSION,
+                                   KT_ERR_POINTEUR_NUL,
+                                   KT_ERR_MEMOIRE,
+                                   KT_ERR_ARGUMENT,
+                                   KT_ERR_PLACE_ZONE,
+                                   KT_ERR_FIN,
+                                   KT_ERR_OCCURRENCE,
+                                   KT_ERR_NUMERO_INCONNU,
+                                   KT_ERR_PLUS_DE_FICHIER,
+                                   KT_ERR_CODAGE_ZONE,
+                                   KT_ERR_MODE,
+                                   KT_ERR_BUFFER_TRAVAIL,
+                                   KT_ERR_POSITION,
+                                   KT_ERR_RETOUR_POSITION}) {
     EXPECT_EQ(kt::tool::StatusText(code).find("unknown status"), std::string::npos) << code;
   }
   EXPECT_EQ(kt::tool::StatusText(KT_ERR_FICHIER), "0xF610 (a file operation failed)");

@@ -79,7 +79,8 @@ TEST_F(ToolTables, DumpReportsBrokenRangesAndBadChecks) {
   const KtRun ranges = Run({"tables", "dump", "--control", "none", "a.vkt"});
   EXPECT_EQ(ranges.status, 1);
   EXPECT_THAT(ranges.out, HasSubstr("index ranges NOT consecutive"));
-  EXPECT_THAT(ranges.out, HasSubstr("group #1 (id 20) starts at field 4; the ranges before it end at 3"));
+  EXPECT_THAT(ranges.out,
+              HasSubstr("group #1 (id 20) starts at field 4; the ranges before it end at 3"));
   EXPECT_THAT(ranges.out, HasSubstr("TGROUPE #1: id 20, fields from 4, 2 of them"));
   EXPECT_EQ(Run({"tables", "dump", "--source", "--control", "none", "a.vkt"}).status, 1);
 }
@@ -94,8 +95,9 @@ TEST_F(ToolTables, DumpShowsOtherTablesAndErrorsNameTheStatus) {
 
   const KtRun missing = Run({"tables", "dump", "missing.vkt"});
   EXPECT_EQ(missing.status, 1);
-  EXPECT_EQ(missing.err, "kt tables dump: cannot open missing.vkt: status 0xF610 "
-                         "(a file operation failed)\n");
+  EXPECT_EQ(missing.err,
+            "kt tables dump: cannot open missing.vkt: status 0xF610 "
+            "(a file operation failed)\n");
   EXPECT_EQ(Run({"tables", "compile", SourcePath(kSample), "-o", "thirteen.chars"}).status, 2);
 }
 

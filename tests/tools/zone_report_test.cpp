@@ -1,12 +1,13 @@
 // The tool's own walk of zone bytes against the library's syntax control,
 // in process.
+#include "tools/kt/zone_report.h"
+
 #include <random>
 #include <vector>
 
 #include "kt_frame.h"
 #include "support/kt_test.h"
 #include "tools/kt/output.h"
-#include "tools/kt/zone_report.h"
 
 namespace {
 
@@ -67,8 +68,8 @@ TEST_F(ZoneReport, WalkFindsAFaultExactlyWhenSyntaxControlFails) {
 }
 
 TEST_F(ZoneReport, WalkGivesOffsetsAndLengths) {
-  const std::vector<std::uint8_t> zone = kt::test::Bytes(
-      {0x00, 0x0a, 0x04, 0x02, 'A', 'B', 0x00, 0x00, 0x01, 0x81, 0x81, 0x80});
+  const std::vector<std::uint8_t> zone =
+      kt::test::Bytes({0x00, 0x0a, 0x04, 0x02, 'A', 'B', 0x00, 0x00, 0x01, 0x81, 0x81, 0x80});
   SyntaxFault fault;
   const std::vector<kt::tool::ZoneGroup> groups = kt::tool::WalkZone(zone, &fault);
   ASSERT_TRUE(fault.found);

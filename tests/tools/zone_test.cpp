@@ -10,7 +10,8 @@ using testing::HasSubstr;
 
 // Group 10 (N 1-6 code 1, A 1-20, D 8-12 code 1), group 20 (L 1-10 code 1
 // with ACHAT, VENTE, ECHANGE; N 0-9), group 30 (A, free): the sample.
-constexpr const char* kGroup10 = "000a1c 06313233343536 0b4455504f4e54204a45414e 083230323430313331";
+constexpr const char* kGroup10 =
+    "000a1c 06313233343536 0b4455504f4e54204a45414e 083230323430313331";
 constexpr const char* kOrder = "00140b 054143484154 0431353030";
 
 class ToolZone : public KtTool {
@@ -72,10 +73,12 @@ TEST_F(ToolZone, CheckDecodesEachFormatFailure) {
       {"000a16 00 0b4455504f4e54204a45414e 083230323430313331", "0x9001",
        "the field is empty, but its code is 1 and its minimum length 1"},
       {group10 + "002802 0158", "0xA002", "group 2 (id 40): the group is not in the dictionary"},
-      {"001406 0556454e5445", "0xA801", "group 1 (id 20): the group holds 1 field; the "
-                                        "dictionary lists 2"},
-      {std::string(kOrder) + "001e04 0141 0142", "0xA802", "the group holds 2 fields; the "
-                                                           "dictionary lists 1"},
+      {"001406 0556454e5445", "0xA801",
+       "group 1 (id 20): the group holds 1 field; the "
+       "dictionary lists 2"},
+      {std::string(kOrder) + "001e04 0141 0142", "0xA802",
+       "the group holds 2 fields; the "
+       "dictionary lists 1"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.hex);

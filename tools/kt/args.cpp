@@ -20,8 +20,8 @@ constexpr const char* kGlobalHelp =
     "  --trace-level N     1: down to a depth of 8; 2 (default): every depth and dumps\n"
     "  --help              this help\n";
 
-void PrintHelp(const CommandSpec& spec) {
-  std::printf("usage: kt %s %s\n\n%s\n%s", spec.name, spec.usage, spec.help, kGlobalHelp);
+void PrintHelp(const CommandSyntax& syntax) {
+  std::printf("usage: kt %s %s\n\n%s\n%s", syntax.name, syntax.usage, syntax.help, kGlobalHelp);
 }
 
 }  // namespace
@@ -30,8 +30,8 @@ const char* GlobalOptionsHelp() { return kGlobalHelp; }
 
 namespace {
 
-const OptionSpec* FindOption(const CommandSpec& spec, const std::string& name) {
-  for (const OptionSpec& option : spec.options) {
+const OptionSyntax* FindOption(const CommandSyntax& syntax, const std::string& name) {
+  for (const OptionSyntax& option : syntax.options) {
     if (name == option.name) return &option;
   }
   return nullptr;
@@ -42,8 +42,8 @@ const OptionSpec* FindOption(const CommandSpec& spec, const std::string& name) {
 bool Context::StartTrace(const std::string& command) {
   if (trace_path.empty() || trace_active) return true;
   for (std::uint16_t sub = kFirstSubModule; sub <= kLastSubModule; ++sub) {
-    const std::uint16_t us = KT_usActiverTrace(trace_path.c_str(), "w", kTraceModule, sub,
-                                               trace_level);
+    const std::uint16_t us =
+        KT_usActiverTrace(trace_path.c_str(), "w", kTraceModule, sub, trace_level);
     if (us != KT_OK) {
       Failure(command, "cannot activate traces in " + trace_path + ": status " + StatusText(us));
       if (sub != kFirstSubModule) (void)KT_usActiverTrace(trace_path.c_str(), "w", 1, 1, 0);
@@ -61,9 +61,9 @@ void Context::StopTrace() {
   trace_active = false;
 }
 
-int UsageError(const CommandSpec& spec, const std::string& message) {
-  std::fprintf(stderr, "kt %s: %s\nusage: kt %s %s\n(kt %s --help for more)\n", spec.name,
-               message.c_str(), spec.name, spec.usage, spec.name);
+int UsageError(const CommandSyntax& syntax, const std::string& message) {
+  std::fprintf(stderr, "kt %s: %s\nusage: kt %s %s\n(kt %s --help for more)\n", syntax.name,
+               message.c_str(), syntax.name, syntax.usage, syntax.name);
   return kExitUsage;
 }
 
@@ -90,7 +90,8 @@ bool ApplyGlobalOption(const std::string& name, const std::string& value, Contex
   return true;
 }
 
-int ParseArguments(const CommandSpec& spec, Arguments words, Context& context, ParsedArgs* out) {
+int ParseArguments(const CommandSyntax& syntax, Arguments words, Context& context,
+                   ParsedArgs* out) {
   bool options_done = false;
   for (std::size_t i = 0; i < words.size(); ++i) {
     const std::string& word = words[i];
@@ -105,42 +106,43 @@ int ParseArguments(const CommandSpec& spec, Arguments words, Context& context, P
     const std::size_t equals = word.find('=');
     const std::string name = word.substr(0, equals);
     if (name == "--help" || name == "-h") {
-      PrintHelp(spec);
+      PrintHelp(syntax);
       return kExitOk;
     }
     const bool global = IsGlobalOption(name);
-    const OptionSpec* option = FindOption(spec, name);
-    if (!global && option == nullptr) return UsageError(spec, "unknown option " + name);
+    const OptionSyntax* option = FindOption(syntax, name);
+    if (!global && option == nullptr) return UsageError(syntax, "unknown option " + name);
     const bool takes_value = global || option->takes_value;
     std::string value;
     if (equals != std::string::npos) {
-      if (!takes_value) return UsageError(spec, name + " takes no value");
+      if (!takes_value) return UsageError(syntax, name + " takes no value");
       value = word.substr(equals + 1);
     } else if (takes_value) {
-      if (i + 1 == words.size()) return UsageError(spec, name + " needs a value");
+      if (i + 1 == words.size()) return UsageError(syntax, name + " needs a value");
       value = words[++i];
     }
     std::string error;
     if (!global) {
       out->options[name] = value;
     } else if (!ApplyGlobalOption(name, value, context, &error)) {
-      return UsageError(spec, error);
+      return UsageError(syntax, error);
     }
   }
-  if (out->positional.size() < spec.min_positional) {
-    return UsageError(spec, "missing argument");
+  if (out->positional.size() < syntax.min_positional) {
+    return UsageError(syntax, "missing argument");
   }
-  if (out->positional.size() > spec.max_positional) {
-    return UsageError(spec, "unexpected argument '" + out->positional[spec.max_positional] + "'");
+  if (out->positional.size() > syntax.max_positional) {
+    return UsageError(syntax,
+                      "unexpected argument '" + out->positional[syntax.max_positional] + "'");
   }
-  if (!context.StartTrace(spec.name)) return kExitFailed;
+  if (!context.StartTrace(syntax.name)) return kExitFailed;
   return -1;
 }
 
-int ParseAndRun(const CommandSpec& spec, int (*command)(Context&, const ParsedArgs&),
+int ParseAndRun(const CommandSyntax& syntax, int (*command)(Context&, const ParsedArgs&),
                 Context& context, Arguments words) {
   ParsedArgs args;
-  const int status = ParseArguments(spec, words, context, &args);
+  const int status = ParseArguments(syntax, words, context, &args);
   return status >= 0 ? status : command(context, args);
 }
 

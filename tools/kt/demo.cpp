@@ -19,7 +19,7 @@
 namespace kt::tool {
 namespace {
 
-const CommandSpec kDemoSpec = {
+const CommandSyntax kDemoSyntax = {
     "demo",
     "[--dir DIR]",
     "Shows the library at work on an embedded sample dictionary: writes a\n"
@@ -92,12 +92,15 @@ struct FailingZone {
 const std::vector<FailingZone> kFailing = {
     {"an order of a kind the dictionary does not list",
      {{10, {"123456", "DUPONT JEAN", "20240131"}}, {20, {"DON", "1500"}}}},
-    {"a group the dictionary does not know", {{10, {"123456", "DUPONT JEAN", "20240131"}}, {40, {"X"}}}},
+    {"a group the dictionary does not know",
+     {{10, {"123456", "DUPONT JEAN", "20240131"}}, {40, {"X"}}}},
     {"an order without its amount", {{20, {"VENTE"}}}},
 };
 
 // Prints a line of the report: a label in a column, then the text.
-void Line(const char* label, const std::string& text) { std::printf("%-16s%s\n", label, text.c_str()); }
+void Line(const char* label, const std::string& text) {
+  std::printf("%-16s%s\n", label, text.c_str());
+}
 
 // The bytes in hexadecimal, 24 to a line, under the text column.
 void HexLines(const std::vector<std::uint8_t>& bytes) {
@@ -116,7 +119,7 @@ class Demo {
     for (const char* folder : {"preferences", "work", "tables"}) {
       std::error_code error;
       std::filesystem::create_directories(Path(folder), error);
-      if (error) return Failure(kDemoSpec.name, "cannot make " + Path(folder));
+      if (error) return Failure(kDemoSyntax.name, "cannot make " + Path(folder));
     }
     session_.emplace(Path("preferences"));
     if (!Configure() || !Compile() || !Trace(context) || !Start()) return kExitFailed;
@@ -139,7 +142,7 @@ class Demo {
 
   bool Configure() {
     if (!session_->Configure(Path("work"), Path("tables"))) {
-      Failure(kDemoSpec.name, "cannot write " + Path("preferences/volen.ini"));
+      Failure(kDemoSyntax.name, "cannot write " + Path("preferences/volen.ini"));
       return false;
     }
     Line("configuration", Path("preferences/volen.ini") + " (KT_PREFERENCES_DIR)");
@@ -154,14 +157,14 @@ class Demo {
     DictionarySource source;
     std::vector<SourceError> errors;
     if (!ParseDictionarySource(text, &source, &errors)) {
-      Failure(kDemoSpec.name, "the embedded sample does not parse: line " +
-                                  std::to_string(errors[0].line) + ": " + errors[0].message);
+      Failure(kDemoSyntax.name, "the embedded sample does not parse: line " +
+                                    std::to_string(errors[0].line) + ": " + errors[0].message);
       return false;
     }
     const std::uint16_t us = CompileTablesFile(Path("tables"), "tablebin.vkt", source, {});
     TablesFile file;
     if (us != KT_OK || file.Open(Path("tables/tablebin.vkt"), Control::kCrc) != KT_OK) {
-      Failure(kDemoSpec.name, "cannot write the tables file: status " + StatusText(us));
+      Failure(kDemoSyntax.name, "cannot write the tables file: status " + StatusText(us));
       return false;
     }
     Line("tables file", Path("tables/tablebin.vkt"));
@@ -175,7 +178,7 @@ class Demo {
   bool Trace(Context& context) {
     if (!context.trace_active) {
       context.trace_path = Path("kt-demo.trace");
-      if (!context.StartTrace(kDemoSpec.name)) return false;
+      if (!context.StartTrace(kDemoSyntax.name)) return false;
     }
     Line("traces", context.trace_path + " (module 1, sub-modules 1 to 8, level " +
                        std::to_string(context.trace_level) + ")");
@@ -185,7 +188,7 @@ class Demo {
   bool Start() {
     const std::uint16_t us = session_->Start();
     if (us != KT_OK) {
-      Failure(kDemoSpec.name, "KT_usInitLIB failed: status " + StatusText(us));
+      Failure(kDemoSyntax.name, "KT_usInitLIB failed: status " + StatusText(us));
       return false;
     }
     Line("start-up", "KT_usInitLIB: library version " + session_->library_version() +
@@ -197,8 +200,10 @@ class Demo {
     std::uint16_t built = KT_OK;
     const std::vector<std::uint8_t> message = BuildZone(kMessage, &built);
     const ZoneCheck check = CheckZone(message, true);
-    Line("message zone", "groups 10, 20 and 30 built with KT_usAjouterGroupe and "
-                         "KT_usAjouterChamp: " + std::to_string(message.size()) + " bytes");
+    Line("message zone",
+         "groups 10, 20 and 30 built with KT_usAjouterGroupe and "
+         "KT_usAjouterChamp: " +
+             std::to_string(message.size()) + " bytes");
     HexLines(message);
     const bool good = built == KT_OK && check.syntax == KT_OK && check.format == KT_OK;
     Line("", "syntax control " + StatusText(check.syntax) + ", format control " +
@@ -222,8 +227,8 @@ class Demo {
 
   bool Versions() {
     bool ok = true;
-    for (const auto& [component, what] : {std::pair<std::int8_t, const char*>{92, "the library"},
-                                          {93, "the tables file"}}) {
+    for (const auto& [component, what] :
+         {std::pair<std::int8_t, const char*>{92, "the library"}, {93, "the tables file"}}) {
       char* content = nullptr;
       std::uint32_t length = 0;
       const std::uint16_t us = KT_usLireVersionComposant(component, &content, &length);
@@ -249,7 +254,7 @@ int Run(Context& context, const ParsedArgs& args) {
   std::optional<ScratchDirectory> scratch;
   if (root.empty()) {
     scratch.emplace("", "kt-demo.");
-    if (!scratch->ok()) return Failure(kDemoSpec.name, "cannot make a directory under $TMPDIR");
+    if (!scratch->ok()) return Failure(kDemoSyntax.name, "cannot make a directory under $TMPDIR");
     scratch->Keep();
     root = scratch->path();
   }
@@ -262,7 +267,7 @@ int Run(Context& context, const ParsedArgs& args) {
 }  // namespace
 
 int RunDemo(Context& context, Arguments words) {
-  return ParseAndRun(kDemoSpec, Run, context, words);
+  return ParseAndRun(kDemoSyntax, Run, context, words);
 }
 
 }  // namespace kt::tool

@@ -40,8 +40,8 @@ bool ParseNumber(std::string_view word, std::int64_t low, std::int64_t high, std
 }
 
 bool IsFourDigits(std::string_view text) {
-  return text.size() == 4 && std::all_of(text.begin(), text.end(),
-                                         [](char c) { return c >= '0' && c <= '9'; });
+  return text.size() == 4 &&
+         std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
 std::string Quoted(std::string_view text) {
@@ -169,8 +169,9 @@ class Parser {
   bool Option(std::string_view word, FieldSource* field) {
     const std::size_t equals = word.find('=');
     const std::string_view key = word.substr(0, equals);
-    std::int32_t* target = key == "code" ? &field->code : key == "attribute" ? &field->attribute
-                                                                               : nullptr;
+    std::int32_t* target = key == "code"        ? &field->code
+                           : key == "attribute" ? &field->attribute
+                                                : nullptr;
     if (equals == std::string_view::npos || target == nullptr) {
       Error("unknown option " + Quoted(word) + " (code=N or attribute=N)");
       return false;

@@ -23,7 +23,7 @@ constexpr std::uint32_t kSignatureBytes = 128;
 // The header line: 60 bytes of fields, the comment, then CR, LF and 0x1A.
 constexpr std::uint32_t kHeaderBytes = 63;
 
-const CommandSpec kFileSignSpec = {
+const CommandSyntax kFileSignSyntax = {
     "file sign",
     "FILE --key KEYFILE",
     "Signs a tables file with the private-key file KEYFILE (control type 2).\n"
@@ -38,7 +38,7 @@ const CommandSpec kFileSignSpec = {
     1,
 };
 
-const CommandSpec kFileVerifySpec = {
+const CommandSyntax kFileVerifySyntax = {
     "file verify",
     "FILE [--control signature|crc] [--json]",
     "Opens a tables file through the library with its check: the signature\n"
@@ -74,30 +74,32 @@ bool ReadTables(const std::string& path, HeaderFields* header, std::vector<std::
   TablesFile file;
   std::uint16_t us = file.Open(path, Control::kNone);
   if (us != KT_OK) {
-    Failure(kFileSignSpec.name, "cannot open " + path + ": status " + StatusText(us));
+    Failure(kFileSignSyntax.name, "cannot open " + path + ": status " + StatusText(us));
     return false;
   }
   const bool was_crc = file.crc_field() != CRC16_FICTIF;
   if (was_crc) {
     us = file.Open(path, Control::kCrc);
     if (us != KT_OK) {
-      Failure(kFileSignSpec.name, path + ": " + file.check().Describe() + "; not signed");
+      Failure(kFileSignSyntax.name, path + ": " + file.check().Describe() + "; not signed");
       return false;
     }
   }
   // Fields of fixed width are written back as they were read; the comment
   // must have come whole for the header line to be the same again.
   if (file.body() != kHeaderBytes + file.header().comment.size()) {
-    Failure(kFileSignSpec.name, path + ": its header line cannot be written again as it is "
-                                   "(empty or over-long comment); not signed");
+    Failure(kFileSignSyntax.name, path +
+                                      ": its header line cannot be written again as it is "
+                                      "(empty or over-long comment); not signed");
     return false;
   }
   // Unchecked, the file is taken as signed when its tables stop 128 bytes
   // short of its end, else as never signed.
   const std::uint32_t end = file.data_end();
   if (!file.TablesEndAt(end)) {
-    Failure(kFileSignSpec.name, path + ": its tables do not end where a signature or the file "
-                                   "begins; not signed");
+    Failure(kFileSignSyntax.name, path +
+                                      ": its tables do not end where a signature or the file "
+                                      "begins; not signed");
     return false;
   }
   *header = file.header();
@@ -108,7 +110,7 @@ bool ReadTables(const std::string& path, HeaderFields* header, std::vector<std::
   if (us == KT_OK && bytes != nullptr) body->assign(bytes, bytes + size);
   KT_Liberer(bytes);
   if (body->size() != size) {
-    Failure(kFileSignSpec.name, "cannot read the tables of " + path);
+    Failure(kFileSignSyntax.name, "cannot read the tables of " + path);
     return false;
   }
   return true;
@@ -116,7 +118,7 @@ bool ReadTables(const std::string& path, HeaderFields* header, std::vector<std::
 
 int Sign(Context&, const ParsedArgs& args) {
   const std::string key = args.Get("--key");
-  if (key.empty()) return UsageError(kFileSignSpec, "--key KEYFILE is required");
+  if (key.empty()) return UsageError(kFileSignSyntax, "--key KEYFILE is required");
   const std::string& path = args.positional[0];
   HeaderFields fields;
   std::vector<std::uint8_t> body;
@@ -124,12 +126,12 @@ int Sign(Context&, const ParsedArgs& args) {
 
   const PathParts parts = SplitPath(path);
   ScratchDirectory scratch(parts.directory, ".kt-sign-");
-  if (!scratch.ok()) return Failure(kFileSignSpec.name, "cannot write in " + parts.directory);
+  if (!scratch.ok()) return Failure(kFileSignSyntax.name, "cannot write in " + parts.directory);
   const EnteteFichier header = HeaderRecord(fields);
   std::uint16_t file = 0;
-  std::uint16_t us = KT_usCreerFichierBinaire(scratch.path().c_str(), parts.name.c_str(),
-                                              KT_CONTROLE_SIGNATURE,
-                                              reinterpret_cast<const char*>(&header), &file);
+  std::uint16_t us =
+      KT_usCreerFichierBinaire(scratch.path().c_str(), parts.name.c_str(), KT_CONTROLE_SIGNATURE,
+                               reinterpret_cast<const char*>(&header), &file);
   if (us == KT_OK && !body.empty()) {
     us = KT_usEcrireChampFixe(file, body.data(), static_cast<std::uint32_t>(body.size()));
   }
@@ -138,21 +140,23 @@ int Sign(Context&, const ParsedArgs& args) {
     if (us == KT_OK) us = closed;
   }
   if (us != KT_OK) {
-    return Failure(kFileSignSpec.name, "cannot sign " + path + " with " + key + ": status " +
-                                       StatusText(us) + "; " + path + " left as it was");
+    return Failure(kFileSignSyntax.name, "cannot sign " + path + " with " + key + ": status " +
+                                             StatusText(us) + "; " + path + " left as it was");
   }
   TablesFile signed_file;
   if (signed_file.Open(scratch.File(parts.name), Control::kSignature) != KT_OK) {
-    return Failure(kFileSignSpec.name, "the built-in public key does not verify the new signature, " +
-                                       signed_file.check().Describe() + "; is " + key +
-                                       " its private key? " + path + " left as it was");
+    return Failure(kFileSignSyntax.name,
+                   "the built-in public key does not verify the new signature, " +
+                       signed_file.check().Describe() + "; is " + key + " its private key? " +
+                       path + " left as it was");
   }
   signed_file.Close();
   std::error_code error;
   std::filesystem::rename(scratch.File(parts.name), path, error);
-  if (error) return Failure(kFileSignSpec.name, "cannot put " + path + " in place: " + error.message());
-  std::printf("signed %s with %s: %zu bytes of tables, signature good\n", path.c_str(),
-              key.c_str(), body.size());
+  if (error)
+    return Failure(kFileSignSyntax.name, "cannot put " + path + " in place: " + error.message());
+  std::printf("signed %s with %s: %zu bytes of tables, signature good\n", path.c_str(), key.c_str(),
+              body.size());
   return kExitOk;
 }
 
@@ -160,19 +164,22 @@ int Verify(Context&, const ParsedArgs& args) {
   Control control = Control::kSignature;
   if (args.Has("--control") &&
       (!ParseControl(args.Get("--control"), &control) || control == Control::kNone)) {
-    return UsageError(kFileVerifySpec, "--control is signature or crc");
+    return UsageError(kFileVerifySyntax, "--control is signature or crc");
   }
   const std::string& path = args.positional[0];
   TablesFile file;
   const std::uint16_t us = file.Open(path, control);
   if (us != KT_OK && us != KT_ERR_CONTROLE) {
-    return Failure(kFileVerifySpec.name, "cannot open " + path + ": status " + StatusText(us));
+    return Failure(kFileVerifySyntax.name, "cannot open " + path + ": status " + StatusText(us));
   }
   const CheckResult& check = file.check();
   if (args.Has("--json")) {
     Json json;
-    json.BeginObject().Field("file", path).Field("control", ControlName(control))
-        .Flag("good", check.good).Field("status", "0x" + Hex4(check.status))
+    json.BeginObject()
+        .Field("file", path)
+        .Field("control", ControlName(control))
+        .Flag("good", check.good)
+        .Field("status", "0x" + Hex4(check.status))
         .Field("result", check.Describe());
     if (control == Control::kSignature && !check.good) {
       json.Field("verifier_status", "0x" + Hex4(check.signature_status));
@@ -188,10 +195,10 @@ int Verify(Context&, const ParsedArgs& args) {
 }  // namespace
 
 int RunFileSign(Context& context, Arguments words) {
-  return ParseAndRun(kFileSignSpec, Sign, context, words);
+  return ParseAndRun(kFileSignSyntax, Sign, context, words);
 }
 int RunFileVerify(Context& context, Arguments words) {
-  return ParseAndRun(kFileVerifySpec, Verify, context, words);
+  return ParseAndRun(kFileVerifySyntax, Verify, context, words);
 }
 
 }  // namespace kt::tool

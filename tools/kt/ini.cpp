@@ -16,7 +16,7 @@ namespace {
 // Longest value read back; longer ones are cut.
 constexpr std::uint32_t kMaxValue = 4096;
 
-const CommandSpec kIniGetSpec = {
+const CommandSyntax kIniGetSyntax = {
     "ini get",
     "FILE SECTION KEY",
     "Prints the value of KEY in SECTION of the ini file FILE, as the library\n"
@@ -28,7 +28,7 @@ const CommandSpec kIniGetSpec = {
     3,
 };
 
-const CommandSpec kIniSetSpec = {
+const CommandSyntax kIniSetSyntax = {
     "ini set",
     "FILE SECTION KEY VALUE",
     "Sets KEY in SECTION of the ini file FILE to VALUE with the library's\n"
@@ -51,7 +51,7 @@ int Get(Context&, const ParsedArgs& args) {
   if (vln_GetIniInfo(section.c_str(), key.c_str(), value.data(), 's', kMaxValue, file.c_str()) ==
           nullptr ||
       (value[0] == '\x01' && value[1] == '\0')) {
-    return Failure(kIniGetSpec.name, "no key " + key + " in section " + section + " of " + file);
+    return Failure(kIniGetSyntax.name, "no key " + key + " in section " + section + " of " + file);
   }
   std::printf("%s\n", value.data());
   return kExitOk;
@@ -67,7 +67,7 @@ int Set(Context&, const ParsedArgs& args) {
   }
   if (KT_bEcrireChaineIni(args.positional[1].c_str(), args.positional[2].c_str(),
                           args.positional[3].c_str(), file.c_str()) != 1) {
-    return Failure(kIniSetSpec.name, "cannot write " + file + " (it is left as it was)");
+    return Failure(kIniSetSyntax.name, "cannot write " + file + " (it is left as it was)");
   }
   return kExitOk;
 }
@@ -75,10 +75,10 @@ int Set(Context&, const ParsedArgs& args) {
 }  // namespace
 
 int RunIniGet(Context& context, Arguments words) {
-  return ParseAndRun(kIniGetSpec, Get, context, words);
+  return ParseAndRun(kIniGetSyntax, Get, context, words);
 }
 int RunIniSet(Context& context, Arguments words) {
-  return ParseAndRun(kIniSetSpec, Set, context, words);
+  return ParseAndRun(kIniSetSyntax, Set, context, words);
 }
 
 }  // namespace kt::tool

@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::size_t kSeedBytes = 256;
 
-const CommandSpec kKeyGenerateSpec = {
+const CommandSyntax kKeyGenerateSyntax = {
     "key generate",
     "--out NAME [--bits N] [--force]",
     "Draws an RSA key pair (e = 65537) seeded with 256 bytes of /dev/urandom,\n"
@@ -75,19 +75,19 @@ bool SelfTest(const R_RSAPublicKey& public_key, const R_RSAPrivateKey& private_k
 
 int Generate(Context&, const ParsedArgs& args) {
   const std::string base = args.Get("--out");
-  if (base.empty()) return UsageError(kKeyGenerateSpec, "--out NAME is required");
+  if (base.empty()) return UsageError(kKeyGenerateSyntax, "--out NAME is required");
   const std::string bits_text = args.Get("--bits", "1024");
   unsigned bits = 0;
   if (std::sscanf(bits_text.c_str(), "%u", &bits) != 1 || std::to_string(bits) != bits_text ||
       bits < KT_MIN_RSA_MODULUS_BITS || bits > KT_MAX_RSA_MODULUS_BITS) {
-    return UsageError(kKeyGenerateSpec, "--bits is a number from 508 to 1024");
+    return UsageError(kKeyGenerateSyntax, "--bits is a number from 508 to 1024");
   }
   const std::string key_path = base + ".key";
   const std::string public_path = base + ".pub";
   if (!args.Has("--force")) {
     for (const std::string& path : {key_path, public_path}) {
       if (std::filesystem::exists(path)) {
-        return Failure(kKeyGenerateSpec.name, path + " exists (--force replaces it)");
+        return Failure(kKeyGenerateSyntax.name, path + " exists (--force replaces it)");
       }
     }
   }
@@ -98,7 +98,7 @@ int Generate(Context&, const ParsedArgs& args) {
   R_RandomContext random;
   std::uint32_t status = KT_RE_OK;
   while (true) {
-    if (!ReadSeed(seed)) return Failure(kKeyGenerateSpec.name, "cannot read /dev/urandom");
+    if (!ReadSeed(seed)) return Failure(kKeyGenerateSyntax.name, "cannot read /dev/urandom");
     R_RandomInit(&random);
     R_RandomUpdate(&random, seed, kSeedBytes);
     Wipe(seed, sizeof seed);
@@ -114,23 +114,23 @@ int Generate(Context&, const ParsedArgs& args) {
   }
   if (status != KT_RE_OK || !SelfTest(public_key, private_key)) {
     Wipe(&private_key, sizeof private_key);
-    return Failure(kKeyGenerateSpec.name, "key generation failed: " + ToolkitStatusText(status));
+    return Failure(kKeyGenerateSyntax.name, "key generation failed: " + ToolkitStatusText(status));
   }
-  const bool written =
-      WriteKeyFile(key_path, 0600, bits,
-                   {{private_key.modulus, KT_MAX_RSA_MODULUS_LEN},
-                    {private_key.publicExponent, KT_MAX_RSA_MODULUS_LEN},
-                    {private_key.exponent, KT_MAX_RSA_MODULUS_LEN},
-                    {private_key.prime[0], KT_MAX_RSA_PRIME_LEN},
-                    {private_key.prime[1], KT_MAX_RSA_PRIME_LEN},
-                    {private_key.primeExponent[0], KT_MAX_RSA_PRIME_LEN},
-                    {private_key.primeExponent[1], KT_MAX_RSA_PRIME_LEN},
-                    {private_key.coefficient, KT_MAX_RSA_PRIME_LEN}}) &&
-      WriteKeyFile(public_path, 0644, bits,
-                   {{public_key.modulus, KT_MAX_RSA_MODULUS_LEN},
-                    {public_key.exponent, KT_MAX_RSA_MODULUS_LEN}});
+  const bool written = WriteKeyFile(key_path, 0600, bits,
+                                    {{private_key.modulus, KT_MAX_RSA_MODULUS_LEN},
+                                     {private_key.publicExponent, KT_MAX_RSA_MODULUS_LEN},
+                                     {private_key.exponent, KT_MAX_RSA_MODULUS_LEN},
+                                     {private_key.prime[0], KT_MAX_RSA_PRIME_LEN},
+                                     {private_key.prime[1], KT_MAX_RSA_PRIME_LEN},
+                                     {private_key.primeExponent[0], KT_MAX_RSA_PRIME_LEN},
+                                     {private_key.primeExponent[1], KT_MAX_RSA_PRIME_LEN},
+                                     {private_key.coefficient, KT_MAX_RSA_PRIME_LEN}}) &&
+                       WriteKeyFile(public_path, 0644, bits,
+                                    {{public_key.modulus, KT_MAX_RSA_MODULUS_LEN},
+                                     {public_key.exponent, KT_MAX_RSA_MODULUS_LEN}});
   Wipe(&private_key, sizeof private_key);
-  if (!written) return Failure(kKeyGenerateSpec.name, "cannot write " + key_path + " and " + public_path);
+  if (!written)
+    return Failure(kKeyGenerateSyntax.name, "cannot write " + key_path + " and " + public_path);
   std::printf("wrote %s (private key) and %s (public key), %u bits\n", key_path.c_str(),
               public_path.c_str(), bits);
   return kExitOk;
@@ -139,7 +139,7 @@ int Generate(Context&, const ParsedArgs& args) {
 }  // namespace
 
 int RunKeyGenerate(Context& context, Arguments words) {
-  return ParseAndRun(kKeyGenerateSpec, Generate, context, words);
+  return ParseAndRun(kKeyGenerateSyntax, Generate, context, words);
 }
 
 }  // namespace kt::tool

@@ -32,13 +32,15 @@ constexpr Command kCommands[] = {
 void PrintOverview(std::FILE* out) {
   std::fprintf(out, "usage: kt [--trace FILE] COMMAND [ARGUMENTS]\n\ncommands:\n");
   for (const Command& command : kCommands) {
-    const std::string name =
-        std::string(command.family) + (command.name != nullptr ? std::string(" ") + command.name : "");
+    const std::string name = std::string(command.family) +
+                             (command.name != nullptr ? std::string(" ") + command.name : "");
     std::fprintf(out, "  %-16s %s\n", name.c_str(), command.summary);
   }
-  std::fprintf(out, "\n%s\n"
+  std::fprintf(out,
+               "\n%s\n"
                "Each command takes --help. Exit status: 0 success, 1 a check or an\n"
-               "operation failed, 2 a wrong command line.\n", GlobalOptionsHelp());
+               "operation failed, 2 a wrong command line.\n",
+               GlobalOptionsHelp());
 }
 
 void PrintFamily(std::FILE* out, const std::string& family) {
@@ -107,9 +109,9 @@ int Main(const std::vector<std::string>& words) {
     }
     const bool help = at < words.size() && (words[at] == "--help" || words[at] == "-h");
     if (!help) {
-      std::fprintf(stderr, "kt %s: %s\n\n", family.c_str(),
-                   at < words.size() ? ("unknown command '" + words[at] + "'").c_str()
-                                     : "which command?");
+      std::fprintf(
+          stderr, "kt %s: %s\n\n", family.c_str(),
+          at < words.size() ? ("unknown command '" + words[at] + "'").c_str() : "which command?");
     }
     PrintFamily(help ? stdout : stderr, family);
     return help ? kExitOk : kExitUsage;

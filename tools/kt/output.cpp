@@ -171,14 +171,15 @@ void Progress::Update(std::uint64_t done, std::uint64_t total) {
   if (!enabled_) return;
   const auto now = std::chrono::steady_clock::now();
   // Quick work shows nothing; afterwards about five redraws a second.
-  if (now - start_ < std::chrono::milliseconds(300) || now - last_ < std::chrono::milliseconds(200)) {
+  if (now - start_ < std::chrono::milliseconds(300) ||
+      now - last_ < std::chrono::milliseconds(200)) {
     return;
   }
   last_ = now;
   const unsigned percent = total == 0 ? 100u : static_cast<unsigned>(done * 100 / total);
-  const int width = std::fprintf(stderr, "\r%s: %3u%% (%llu of %llu)", label_.c_str(), percent,
-                                 static_cast<unsigned long long>(done),
-                                 static_cast<unsigned long long>(total));
+  const int width =
+      std::fprintf(stderr, "\r%s: %3u%% (%llu of %llu)", label_.c_str(), percent,
+                   static_cast<unsigned long long>(done), static_cast<unsigned long long>(total));
   if (width > shown_width_) shown_width_ = width;
   std::fflush(stderr);
 }

@@ -25,7 +25,7 @@ constexpr std::uint32_t kPreviewBytes = 64;
 // The library's own version, which start-up compares with the file's two.
 constexpr const char* kLibraryVersion = "0100";
 
-const CommandSpec kTablesCompileSpec = {
+const CommandSyntax kTablesCompileSyntax = {
     "tables compile",
     "SOURCE -o FILE [--control none|crc|signature] [--key KEYFILE]",
     "Compiles a dictionary description (see README: groups, fields, values) into\n"
@@ -40,7 +40,7 @@ const CommandSpec kTablesCompileSpec = {
     1,
 };
 
-const CommandSpec kTablesDumpSpec = {
+const CommandSyntax kTablesDumpSyntax = {
     "tables dump",
     "FILE [--control auto|none|crc|signature] [--json | --source]",
     "Shows a tables file: its header line, the result of its check (CRC or\n"
@@ -62,23 +62,25 @@ const CommandSpec kTablesDumpSpec = {
 
 int Compile(Context&, const ParsedArgs& args) {
   const std::string output = args.Get("--out", args.Get("-o"));
-  if (output.empty()) return UsageError(kTablesCompileSpec, "-o FILE is required");
+  if (output.empty()) return UsageError(kTablesCompileSyntax, "-o FILE is required");
   Control control = Control::kCrc;
   if (args.Has("--control") && !ParseControl(args.Get("--control"), &control)) {
-    return UsageError(kTablesCompileSpec, "--control is none, crc or signature");
+    return UsageError(kTablesCompileSyntax, "--control is none, crc or signature");
   }
   const std::string key = args.Get("--key");
   if ((control == Control::kSignature) != !key.empty()) {
-    return UsageError(kTablesCompileSpec, "--key goes with --control signature, and only with it");
+    return UsageError(kTablesCompileSyntax,
+                      "--key goes with --control signature, and only with it");
   }
   const PathParts parts = SplitPath(output);
   if (parts.name.empty() || parts.name.size() > kMaxFileName) {
-    return UsageError(kTablesCompileSpec, "the file's name must have 1 to 12 characters: the header "
-                                    "keeps 12 and the opener compares them with the name");
+    return UsageError(kTablesCompileSyntax,
+                      "the file's name must have 1 to 12 characters: the header "
+                      "keeps 12 and the opener compares them with the name");
   }
   const std::string& source_path = args.positional[0];
   const std::optional<std::string> text = ReadWholeFile(source_path);
-  if (!text) return Failure(kTablesCompileSpec.name, "cannot read " + source_path);
+  if (!text) return Failure(kTablesCompileSyntax.name, "cannot read " + source_path);
 
   DictionarySource source;
   std::vector<SourceError> errors;
@@ -86,13 +88,14 @@ int Compile(Context&, const ParsedArgs& args) {
     for (const SourceError& error : errors) {
       std::fprintf(stderr, "%s:%d: %s\n", source_path.c_str(), error.line, error.message.c_str());
     }
-    return Failure(kTablesCompileSpec.name, std::to_string(errors.size()) + " problem(s) in " +
-                                          source_path + ", nothing written");
+    return Failure(kTablesCompileSyntax.name, std::to_string(errors.size()) + " problem(s) in " +
+                                                  source_path + ", nothing written");
   }
 
   // Written aside, then renamed: a failure leaves an existing FILE as it was.
   ScratchDirectory scratch(parts.directory, ".kt-compile-");
-  if (!scratch.ok()) return Failure(kTablesCompileSpec.name, "cannot write in " + parts.directory);
+  if (!scratch.ok())
+    return Failure(kTablesCompileSyntax.name, "cannot write in " + parts.directory);
   Progress progress("compiling " + output);
   CompileOptions options;
   options.control = ControlType(control);
@@ -100,23 +103,28 @@ int Compile(Context&, const ParsedArgs& args) {
   options.progress = [&](std::uint64_t done, std::uint64_t total) { progress.Update(done, total); };
   const std::uint16_t us = CompileTablesFile(scratch.path(), parts.name, source, options);
   if (us != KT_OK) {
-    return Failure(kTablesCompileSpec.name, "cannot write " + output + ": status " + StatusText(us));
+    return Failure(kTablesCompileSyntax.name,
+                   "cannot write " + output + ": status " + StatusText(us));
   }
   std::error_code error;
   std::filesystem::rename(scratch.File(parts.name), output, error);
-  if (error) return Failure(kTablesCompileSpec.name, "cannot put " + output + " in place: " + error.message());
+  if (error)
+    return Failure(kTablesCompileSyntax.name,
+                   "cannot put " + output + " in place: " + error.message());
 
   TablesFile written;
   const std::uint16_t opened = written.Open(output, control);
   std::printf("wrote %s: %u groups, %u fields, %u values, %u bytes, control %s\n", output.c_str(),
               RecordCount(source, "TGROUPE"), RecordCount(source, "TCHAMP"),
-              RecordCount(source, "TVALEUR"), written.length(),
-              written.check().Describe().c_str());
+              RecordCount(source, "TVALEUR"), written.length(), written.check().Describe().c_str());
   if (opened == KT_ERR_CONTROLE && control == Control::kSignature) {
-    std::printf("note: the library's built-in public key does not verify this signature "
-                "(is %s the pair of another public key?)\n", key.c_str());
+    std::printf(
+        "note: the library's built-in public key does not verify this signature "
+        "(is %s the pair of another public key?)\n",
+        key.c_str());
   } else if (opened != KT_OK) {
-    return Failure(kTablesCompileSpec.name, "the file written does not open: " + StatusText(opened));
+    return Failure(kTablesCompileSyntax.name,
+                   "the file written does not open: " + StatusText(opened));
   }
   return kExitOk;
 }
@@ -248,8 +256,8 @@ void ReadTables(const TablesFile& file, Dump* dump) {
     const std::uint32_t stop = static_cast<std::uint32_t>(std::min<std::uint64_t>(end, data_end));
     // A dictionary table met again is shown as any other table.
     const bool first_of_name = seen.insert(table.name).second;
-    if (first_of_name && (table.name == "TGROUPE" || table.name == "TCHAMP" ||
-                          table.name == "TVALEUR")) {
+    if (first_of_name &&
+        (table.name == "TGROUPE" || table.name == "TCHAMP" || table.name == "TVALEUR")) {
       dump->dictionary_tables.insert(table.name);
     }
     if (table.name == "TGROUPE" && first_of_name) {
@@ -268,8 +276,8 @@ void ReadTables(const TablesFile& file, Dump* dump) {
       KT_Liberer(bytes);
     }
     dump->tables.push_back(table);
-    if (end > data_end || KT_usPositionnerOffset(number, static_cast<std::int32_t>(end), SEEK_SET) !=
-                              KT_OK) {
+    if (end > data_end ||
+        KT_usPositionnerOffset(number, static_cast<std::int32_t>(end), SEEK_SET) != KT_OK) {
       break;
     }
     progress.Update(static_cast<std::uint32_t>(end), data_end);
@@ -289,11 +297,11 @@ void CheckDictionary(const TablesFile& file, Dump* dump) {
   }
   std::sort(first_three.begin(), first_three.end());
   if (first_three != std::vector<std::string>{"TCHAMP", "TGROUPE", "TVALEUR"}) {
-    dump->problems.push_back("start-up reads the first three tables, which must be TGROUPE, "
-                             "TCHAMP and TVALEUR in any order");
+    dump->problems.push_back(
+        "start-up reads the first three tables, which must be TGROUPE, "
+        "TCHAMP and TVALEUR in any order");
   }
-  if (file.header().version < kLibraryVersion ||
-      file.header().required_version > kLibraryVersion) {
+  if (file.header().version < kLibraryVersion || file.header().required_version > kLibraryVersion) {
     dump->problems.push_back("versions " + file.header().version + " and " +
                              file.header().required_version + " do not fit the library's " +
                              kLibraryVersion + ": start-up refuses the file (" +
@@ -349,8 +357,8 @@ void CheckDictionary(const TablesFile& file, Dump* dump) {
                                " (format control checks nothing of it)");
     }
     if (field.max != 0 && field.min > field.max) {
-      dump->problems.push_back(name + ": minimum " + std::to_string(field.min) +
-                               " above maximum " + std::to_string(field.max));
+      dump->problems.push_back(name + ": minimum " + std::to_string(field.min) + " above maximum " +
+                               std::to_string(field.max));
     }
   }
   if (consecutive && next_value != dump->values.size()) {
@@ -372,8 +380,8 @@ void CheckDictionary(const TablesFile& file, Dump* dump) {
     out.id = group.id;
     for (std::uint32_t f = group.first; f < group.first + std::uint32_t{group.count}; ++f) {
       const FieldRecord& field = dump->fields[f];
-      FieldSource field_out{static_cast<char>(field.type), field.min, field.max, field.code,
-                            field.attribute, {}};
+      FieldSource field_out{
+          static_cast<char>(field.type), field.min, field.max, field.code, field.attribute, {}};
       field_out.values.assign(dump->values.begin() + field.first,
                               dump->values.begin() + field.first + field.count);
       out.fields.push_back(std::move(field_out));
@@ -387,23 +395,37 @@ void PrintJson(const std::string& path, const TablesFile& file, const Dump& dump
   const CheckResult& check = file.check();
   Json json;
   json.BeginObject().Field("file", path).Field("length", file.length());
-  json.Key("header").BeginObject().Field("crc_field", file.crc_field())
-      .Field("name", header.name).Field("version", header.version)
-      .Field("field3", header.field3).Field("field4", header.field4)
-      .Field("required_version", header.required_version).Field("field6", header.field6)
-      .Field("field7", header.field7).Field("comment", header.comment)
-      .Field("body_offset", file.body()).EndObject();
-  json.Key("control").BeginObject().Field("type", ControlName(check.control))
-      .Flag("checked", check.control != Control::kNone).Flag("good", check.good)
-      .Field("status", "0x" + Hex4(check.status)).Field("result", check.Describe());
+  json.Key("header")
+      .BeginObject()
+      .Field("crc_field", file.crc_field())
+      .Field("name", header.name)
+      .Field("version", header.version)
+      .Field("field3", header.field3)
+      .Field("field4", header.field4)
+      .Field("required_version", header.required_version)
+      .Field("field6", header.field6)
+      .Field("field7", header.field7)
+      .Field("comment", header.comment)
+      .Field("body_offset", file.body())
+      .EndObject();
+  json.Key("control")
+      .BeginObject()
+      .Field("type", ControlName(check.control))
+      .Flag("checked", check.control != Control::kNone)
+      .Flag("good", check.good)
+      .Field("status", "0x" + Hex4(check.status))
+      .Field("result", check.Describe());
   if (check.control == Control::kCrc) {
     json.Field("stored", Hex4(check.stored_crc)).Field("computed", Hex4(check.computed_crc));
   }
   json.EndObject();
   json.Key("tables").BeginArray();
   for (const TableInfo& table : dump.tables) {
-    json.BeginObject().Field("name", table.name).Field("offset", table.offset)
-        .Field("data_offset", table.data_offset).Field("data_size", table.data_size)
+    json.BeginObject()
+        .Field("name", table.name)
+        .Field("offset", table.offset)
+        .Field("data_offset", table.data_offset)
+        .Field("data_size", table.data_size)
         .Field("records", table.records);
     if (!table.preview.empty()) {
       json.Field("data_hex", HexBytes(table.preview.data(), table.preview.size(), true));
@@ -415,15 +437,23 @@ void PrintJson(const std::string& path, const TablesFile& file, const Dump& dump
     json.Key("dictionary").BeginObject().Flag("consecutive", dump.consecutive);
     json.Key("groups").BeginArray();
     for (const GroupRecord& group : dump.groups) {
-      json.BeginObject().Field("id", group.id).Field("first_field", group.first)
-          .Field("field_count", group.count).EndObject();
+      json.BeginObject()
+          .Field("id", group.id)
+          .Field("first_field", group.first)
+          .Field("field_count", group.count)
+          .EndObject();
     }
     json.EndArray().Key("fields").BeginArray();
     for (const FieldRecord& field : dump.fields) {
-      json.BeginObject().Field("code", field.code).Field("min", field.min).Field("max", field.max)
+      json.BeginObject()
+          .Field("code", field.code)
+          .Field("min", field.min)
+          .Field("max", field.max)
           .Field("type", std::string(1, static_cast<char>(field.type)))
-          .Field("attribute", field.attribute).Field("first_value", field.first)
-          .Field("value_count", field.count).EndObject();
+          .Field("attribute", field.attribute)
+          .Field("first_value", field.first)
+          .Field("value_count", field.count)
+          .EndObject();
     }
     json.EndArray().Key("values").BeginArray();
     for (const std::string& value : dump.values) json.String(value);
@@ -442,9 +472,10 @@ void PrintRawDictionary(const Dump& dump) {
   }
   for (std::size_t i = 0; i < dump.fields.size(); ++i) {
     const FieldRecord& f = dump.fields[i];
-    std::printf("  TCHAMP #%zu: type %c, min %u, max %u, code %d, attribute %d, values from %u, "
-                "%u of them\n", i, f.type > 0x20 ? f.type : '?', f.min, f.max, f.code,
-                f.attribute, f.first, f.count);
+    std::printf(
+        "  TCHAMP #%zu: type %c, min %u, max %u, code %d, attribute %d, values from %u, "
+        "%u of them\n",
+        i, f.type > 0x20 ? f.type : '?', f.min, f.max, f.code, f.attribute, f.first, f.count);
   }
   for (std::size_t i = 0; i < dump.values.size(); ++i) {
     std::printf("  TVALEUR #%zu: \"%s\"\n", i, dump.values[i].c_str());
@@ -497,7 +528,7 @@ void PrintHuman(const std::string& path, const TablesFile& file, const Dump& dum
 
 int DumpCommand(Context&, const ParsedArgs& args) {
   if (args.Has("--json") && args.Has("--source")) {
-    return UsageError(kTablesDumpSpec, "--json and --source exclude each other");
+    return UsageError(kTablesDumpSyntax, "--json and --source exclude each other");
   }
   const std::string& path = args.positional[0];
   const std::string control_text = args.Get("--control", "auto");
@@ -505,12 +536,12 @@ int DumpCommand(Context&, const ParsedArgs& args) {
   if (control_text == "auto") {
     control = DetectControl(path);
   } else if (!ParseControl(control_text, &control)) {
-    return UsageError(kTablesDumpSpec, "--control is auto, none, crc or signature");
+    return UsageError(kTablesDumpSyntax, "--control is auto, none, crc or signature");
   }
   TablesFile file;
   const std::uint16_t us = file.Open(path, control);
   if (us != KT_OK && us != KT_ERR_CONTROLE) {
-    return Failure(kTablesDumpSpec.name, "cannot open " + path + ": status " + StatusText(us));
+    return Failure(kTablesDumpSyntax.name, "cannot open " + path + ": status " + StatusText(us));
   }
   Dump dump;
   ReadTables(file, &dump);
@@ -521,7 +552,8 @@ int DumpCommand(Context&, const ParsedArgs& args) {
       for (const std::string& problem : dump.problems) {
         std::fprintf(stderr, "%s: %s\n", path.c_str(), problem.c_str());
       }
-      return Failure(kTablesDumpSpec.name, path + " holds no dictionary that a description can show");
+      return Failure(kTablesDumpSyntax.name,
+                     path + " holds no dictionary that a description can show");
     }
     std::printf("%s", FormatDictionarySource(dump.source).c_str());
   } else if (args.Has("--json")) {
@@ -529,9 +561,9 @@ int DumpCommand(Context&, const ParsedArgs& args) {
   } else {
     PrintHuman(path, file, dump);
   }
-  if (!ok) return Failure(kTablesDumpSpec.name, path + ": " + file.check().Describe());
+  if (!ok) return Failure(kTablesDumpSyntax.name, path + ": " + file.check().Describe());
   if (!dump.problems.empty()) {
-    return Failure(kTablesDumpSpec.name, path + ": " + Plural(dump.problems.size(), "problem"));
+    return Failure(kTablesDumpSyntax.name, path + ": " + Plural(dump.problems.size(), "problem"));
   }
   return kExitOk;
 }
@@ -539,10 +571,10 @@ int DumpCommand(Context&, const ParsedArgs& args) {
 }  // namespace
 
 int RunTablesCompile(Context& context, Arguments words) {
-  return ParseAndRun(kTablesCompileSpec, Compile, context, words);
+  return ParseAndRun(kTablesCompileSyntax, Compile, context, words);
 }
 int RunTablesDump(Context& context, Arguments words) {
-  return ParseAndRun(kTablesDumpSpec, DumpCommand, context, words);
+  return ParseAndRun(kTablesDumpSyntax, DumpCommand, context, words);
 }
 
 }  // namespace kt::tool

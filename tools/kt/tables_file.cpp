@@ -109,9 +109,9 @@ std::uint16_t TablesFile::Open(const std::string& path, Control control) {
   // by CRC; an unchecked file written without a signature has its tables to
   // the end, which is where they are looked for when they do not stop short.
   const std::uint32_t short_end = length_ < kSignatureBytes ? 0 : length_ - kSignatureBytes;
-  data_end_ = control == Control::kCrc                                        ? length_
+  data_end_ = control == Control::kCrc                                   ? length_
               : control == Control::kSignature || TablesEndAt(short_end) ? short_end
-                                                                              : length_;
+                                                                         : length_;
   if (control == Control::kCrc) {
     (void)usLireCRC(number_, &check_.stored_crc);
     check_.computed_crc = check_.stored_crc;
@@ -138,10 +138,10 @@ bool TablesFile::TablesEndAt(std::uint32_t end) const {
   while (readable && position < end) {
     EnteteTable table{};
     std::int32_t data = 0;
-    readable = KT_usPositionnerOffset(number_, static_cast<std::int32_t>(position), SEEK_SET) ==
-                   KT_OK &&
-               KT_usLireEnteteTable(number_, &table) == KT_OK &&
-               KT_usLirePositionFichier(number_, &data) == KT_OK;
+    readable =
+        KT_usPositionnerOffset(number_, static_cast<std::int32_t>(position), SEEK_SET) == KT_OK &&
+        KT_usLireEnteteTable(number_, &table) == KT_OK &&
+        KT_usLirePositionFichier(number_, &data) == KT_OK;
     position = static_cast<std::uint32_t>(data) + std::uint64_t{table.ulTailleDonnees};
   }
   // Back to the first table, where the opener left the file.

@@ -14,9 +14,9 @@ namespace kt::tool {
 
 enum class Control { kNone, kCrc, kSignature };
 
-const char* ControlName(Control control);                 // "none", "crc", "signature"
+const char* ControlName(Control control);                    // "none", "crc", "signature"
 bool ParseControl(std::string_view text, Control* control);  // the same names
-std::uint16_t ControlType(Control control);                // KT_CONTROLE_...
+std::uint16_t ControlType(Control control);                  // KT_CONTROLE_...
 
 // The header record's fields as texts.
 struct HeaderFields {

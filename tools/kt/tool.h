@@ -18,7 +18,7 @@ inline constexpr int kExitUsage = 2;   // the command line is wrong
 
 // Global options, shared by every command.
 struct Context {
-  std::string trace_path;   // --trace FILE
+  std::string trace_path;  // --trace FILE
   std::uint8_t trace_level = 2;
   bool trace_active = false;
 
@@ -30,16 +30,16 @@ struct Context {
 
 using Arguments = std::span<const std::string>;
 
-struct OptionSpec {
-  const char* name;   // "--out"
+struct OptionSyntax {
+  const char* name;  // "--out"
   bool takes_value;
 };
 
-struct CommandSpec {
-  const char* name;    // "tables compile"
-  const char* usage;   // "SOURCE -o FILE [--control none|crc|signature] [--key KEYFILE]"
-  const char* help;    // what the command does, several lines
-  std::vector<OptionSpec> options;
+struct CommandSyntax {
+  const char* name;   // "tables compile"
+  const char* usage;  // "SOURCE -o FILE [--control none|crc|signature] [--key KEYFILE]"
+  const char* help;   // what the command does, several lines
+  std::vector<OptionSyntax> options;
   std::size_t min_positional;
   std::size_t max_positional;
 };
@@ -59,10 +59,10 @@ struct ParsedArgs {
 // should run (traces started), or the exit status to return at once (0 after
 // --help, kExitUsage after a printed usage error, kExitFailed when the traces
 // cannot be started).
-int ParseArguments(const CommandSpec& spec, Arguments words, Context& context, ParsedArgs* out);
+int ParseArguments(const CommandSyntax& syntax, Arguments words, Context& context, ParsedArgs* out);
 
 // ParseArguments, then `command` with what it found.
-int ParseAndRun(const CommandSpec& spec, int (*command)(Context&, const ParsedArgs&),
+int ParseAndRun(const CommandSyntax& syntax, int (*command)(Context&, const ParsedArgs&),
                 Context& context, Arguments words);
 
 // --trace and --trace-level, which main also takes before the command.
@@ -72,7 +72,7 @@ bool ApplyGlobalOption(const std::string& name, const std::string& value, Contex
 const char* GlobalOptionsHelp();
 
 // Prints "kt COMMAND: message" and the usage line on stderr; kExitUsage.
-int UsageError(const CommandSpec& spec, const std::string& message);
+int UsageError(const CommandSyntax& syntax, const std::string& message);
 
 // Prints "kt COMMAND: message" on stderr; kExitFailed.
 int Failure(const std::string& command, const std::string& message);

@@ -12,7 +12,7 @@
 namespace kt::tool {
 namespace {
 
-const CommandSpec kZoneCheckSpec = {
+const CommandSyntax kZoneCheckSyntax = {
     "zone check",
     "[--tables DIR] [--json] (--hex HEX | FILE)",
     "Runs the library's syntax control on a memory zone and, with --tables,\n"
@@ -27,7 +27,7 @@ const CommandSpec kZoneCheckSpec = {
     1,
 };
 
-const CommandSpec kZoneDumpSpec = {
+const CommandSyntax kZoneDumpSyntax = {
     "zone dump",
     "[--json] (--hex HEX | FILE)",
     "Shows a memory zone's groups and fields with their offsets, lengths and\n"
@@ -42,22 +42,22 @@ const CommandSpec kZoneDumpSpec = {
 
 // The zone's bytes from --hex or the file; false after a printed error, with
 // *status the exit status to return.
-bool ZoneBytes(const CommandSpec& spec, const ParsedArgs& args, std::vector<std::uint8_t>* bytes,
-               int* status) {
+bool ZoneBytes(const CommandSyntax& syntax, const ParsedArgs& args,
+               std::vector<std::uint8_t>* bytes, int* status) {
   if (args.Has("--hex") == !args.positional.empty()) {
-    *status = UsageError(spec, "give the zone as --hex HEX or as a FILE, one of them");
+    *status = UsageError(syntax, "give the zone as --hex HEX or as a FILE, one of them");
     return false;
   }
   if (args.Has("--hex")) {
     if (!ParseHex(args.Get("--hex"), bytes)) {
-      *status = UsageError(spec, "--hex takes pairs of hexadecimal digits");
+      *status = UsageError(syntax, "--hex takes pairs of hexadecimal digits");
       return false;
     }
     return true;
   }
   const std::optional<std::string> content = ReadWholeFile(args.positional[0]);
   if (!content) {
-    *status = Failure(spec.name, "cannot read " + args.positional[0]);
+    *status = Failure(syntax.name, "cannot read " + args.positional[0]);
     return false;
   }
   bytes->assign(content->begin(), content->end());
@@ -65,15 +65,20 @@ bool ZoneBytes(const CommandSpec& spec, const ParsedArgs& args, std::vector<std:
 }
 
 void FaultJson(Json& json, const SyntaxFault& fault) {
-  json.Key("fault").BeginObject().Field("group", fault.group).Field("id", fault.id)
-      .Field("field", fault.field).Field("offset", fault.offset).Field("rule", fault.rule)
+  json.Key("fault")
+      .BeginObject()
+      .Field("group", fault.group)
+      .Field("id", fault.id)
+      .Field("field", fault.field)
+      .Field("offset", fault.offset)
+      .Field("rule", fault.rule)
       .EndObject();
 }
 
 int Check(Context&, const ParsedArgs& args) {
   std::vector<std::uint8_t> bytes;
   int status = kExitOk;
-  if (!ZoneBytes(kZoneCheckSpec, args, &bytes, &status)) return status;
+  if (!ZoneBytes(kZoneCheckSyntax, args, &bytes, &status)) return status;
 
   const bool with_format = args.Has("--tables");
   std::optional<ScratchDirectory> scratch;
@@ -84,16 +89,16 @@ int Check(Context&, const ParsedArgs& args) {
     const std::string tables = std::filesystem::absolute(args.Get("--tables"), error).string();
     scratch.emplace("", "kt-zone-");
     if (!scratch->ok() || !std::filesystem::create_directory(scratch->File("work"), error)) {
-      return Failure(kZoneCheckSpec.name, "cannot make a scratch directory");
+      return Failure(kZoneCheckSyntax.name, "cannot make a scratch directory");
     }
     session.emplace(scratch->path());
     if (!session->Configure(scratch->File("work"), tables)) {
-      return Failure(kZoneCheckSpec.name, "cannot write the scratch volen.ini");
+      return Failure(kZoneCheckSyntax.name, "cannot write the scratch volen.ini");
     }
     const std::uint16_t us = session->Start();
     if (us != KT_OK) {
-      return Failure(kZoneCheckSpec.name, "cannot start the library on " + tables +
-                                          "/tablebin.vkt: status " + StatusText(us));
+      return Failure(kZoneCheckSyntax.name, "cannot start the library on " + tables +
+                                                "/tablebin.vkt: status " + StatusText(us));
     }
   }
   const ZoneCheck check = CheckZone(bytes, with_format);
@@ -102,7 +107,9 @@ int Check(Context&, const ParsedArgs& args) {
   if (args.Has("--json")) {
     Json json;
     json.BeginObject().Field("length", static_cast<std::int64_t>(bytes.size()));
-    json.Key("syntax").BeginObject().Field("status", "0x" + Hex4(check.syntax))
+    json.Key("syntax")
+        .BeginObject()
+        .Field("status", "0x" + Hex4(check.syntax))
         .Flag("good", check.syntax == KT_OK);
     if (check.syntax != KT_OK) FaultJson(json, check.fault);
     json.EndObject().Key("format");
@@ -110,13 +117,17 @@ int Check(Context&, const ParsedArgs& args) {
       json.Null();
     } else {
       const FormatFinding& finding = check.finding;
-      json.BeginObject().Field("status", "0x" + Hex4(*check.format))
+      json.BeginObject()
+          .Field("status", "0x" + Hex4(*check.format))
           .Flag("good", *check.format == KT_OK);
       if (*check.format != KT_OK) {
         static constexpr const char* kKinds[] = {"other", "field", "group", "field_count"};
         json.Field("kind", kKinds[static_cast<int>(finding.code.kind)])
-            .Field("position", finding.code.position).Field("group", finding.group)
-            .Field("id", finding.id).Field("field", finding.field).Field("rule", finding.rule);
+            .Field("position", finding.code.position)
+            .Field("group", finding.group)
+            .Field("id", finding.id)
+            .Field("field", finding.field)
+            .Field("rule", finding.rule);
       }
       json.EndObject();
     }
@@ -146,11 +157,13 @@ int Check(Context&, const ParsedArgs& args) {
 int Dump(Context&, const ParsedArgs& args) {
   std::vector<std::uint8_t> bytes;
   int status = kExitOk;
-  if (!ZoneBytes(kZoneDumpSpec, args, &bytes, &status)) return status;
+  if (!ZoneBytes(kZoneDumpSyntax, args, &bytes, &status)) return status;
   SyntaxFault fault;
   const std::vector<ZoneGroup> groups = WalkZone(bytes, &fault);
   const std::uint16_t syntax = CheckZone(bytes, false).syntax;
-  const auto value = [&](const ZoneField& field) { return bytes.data() + field.offset + field.header; };
+  const auto value = [&](const ZoneField& field) {
+    return bytes.data() + field.offset + field.header;
+  };
 
   if (args.Has("--json")) {
     Json json;
@@ -158,16 +171,23 @@ int Dump(Context&, const ParsedArgs& args) {
     json.Key("groups").BeginArray();
     for (std::size_t g = 0; g < groups.size(); ++g) {
       const ZoneGroup& group = groups[g];
-      json.BeginObject().Field("rank", static_cast<std::int64_t>(g + 1)).Field("id", group.id)
-          .Field("offset", group.offset).Field("header", group.header)
-          .Field("length", group.length).Key("fields").BeginArray();
+      json.BeginObject()
+          .Field("rank", static_cast<std::int64_t>(g + 1))
+          .Field("id", group.id)
+          .Field("offset", group.offset)
+          .Field("header", group.header)
+          .Field("length", group.length)
+          .Key("fields")
+          .BeginArray();
       for (std::size_t f = 0; f < group.fields.size(); ++f) {
         const ZoneField& field = group.fields[f];
-        json.BeginObject().Field("number", static_cast<std::int64_t>(f + 1))
-            .Field("offset", field.offset).Field("length", field.length);
+        json.BeginObject()
+            .Field("number", static_cast<std::int64_t>(f + 1))
+            .Field("offset", field.offset)
+            .Field("length", field.length);
         if (IsPrintable(value(field), field.length)) {
-          json.Field("text", std::string(reinterpret_cast<const char*>(value(field)),
-                                         field.length));
+          json.Field("text",
+                     std::string(reinterpret_cast<const char*>(value(field)), field.length));
         } else {
           json.Field("hex", HexBytes(value(field), field.length, true));
         }
@@ -175,7 +195,10 @@ int Dump(Context&, const ParsedArgs& args) {
       }
       json.EndArray().EndObject();
     }
-    json.EndArray().Key("syntax").BeginObject().Field("status", "0x" + Hex4(syntax))
+    json.EndArray()
+        .Key("syntax")
+        .BeginObject()
+        .Field("status", "0x" + Hex4(syntax))
         .Flag("good", syntax == KT_OK);
     if (fault.found) FaultJson(json, fault);
     json.EndObject().EndObject();
@@ -209,10 +232,10 @@ int Dump(Context&, const ParsedArgs& args) {
 }  // namespace
 
 int RunZoneCheck(Context& context, Arguments words) {
-  return ParseAndRun(kZoneCheckSpec, Check, context, words);
+  return ParseAndRun(kZoneCheckSyntax, Check, context, words);
 }
 int RunZoneDump(Context& context, Arguments words) {
-  return ParseAndRun(kZoneDumpSpec, Dump, context, words);
+  return ParseAndRun(kZoneDumpSyntax, Dump, context, words);
 }
 
 }  // namespace kt::tool

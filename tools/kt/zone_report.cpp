@@ -106,7 +106,8 @@ FormatFinding Explain(const std::vector<std::uint8_t>& bytes, std::uint16_t stat
                                               : "the group is not in the dictionary";
       } else {
         finding.rule = "the group holds " + Plural(group.fields.size(), "field") +
-                       "; the dictionary lists " + std::to_string(DictionaryFields(group.id).size());
+                       "; the dictionary lists " +
+                       std::to_string(DictionaryFields(group.id).size());
       }
       return finding;
     }
@@ -154,8 +155,8 @@ std::vector<ZoneGroup> WalkZone(const std::vector<std::uint8_t>& bytes, SyntaxFa
   *fault = SyntaxFault{};
   ZoneGroup group;
   const auto fail = [&](std::uint32_t at, std::uint16_t field, std::string rule) {
-    *fault = SyntaxFault{true, at, static_cast<std::uint16_t>(groups.size() + 1), group.id,
-                         field, std::move(rule)};
+    *fault = SyntaxFault{true,     at,    static_cast<std::uint16_t>(groups.size() + 1),
+                         group.id, field, std::move(rule)};
   };
   std::uint32_t offset = 0;
   do {
@@ -164,9 +165,10 @@ std::vector<ZoneGroup> WalkZone(const std::vector<std::uint8_t>& bytes, SyntaxFa
     if (KT_usDecoderEnteteGroupe(bytes.data(), size, offset, &group.id, &group.length,
                                  &group.header) != KT_OK) {
       group.id = 0;  // the decoder may have written part of it
-      fail(offset, 0, size == 0 ? "the zone is empty: a zone holds at least one group"
-                                : "the group header does not decode (" +
-                                      Plural(size - offset, "byte") + " left)");
+      fail(offset, 0,
+           size == 0
+               ? "the zone is empty: a zone holds at least one group"
+               : "the group header does not decode (" + Plural(size - offset, "byte") + " left)");
       return groups;
     }
     if (group.length == 0) {
@@ -175,8 +177,9 @@ std::vector<ZoneGroup> WalkZone(const std::vector<std::uint8_t>& bytes, SyntaxFa
     }
     const std::uint32_t left = size - offset - std::min(group.header, size - offset);
     if (group.length > left) {
-      fail(offset, 0, "the group claims " + Plural(group.length, "byte") + "; " +
-                          std::to_string(left) + " follow its header");
+      fail(offset, 0,
+           "the group claims " + Plural(group.length, "byte") + "; " + std::to_string(left) +
+               " follow its header");
       return groups;
     }
     const std::uint32_t end = offset + group.header + group.length;
@@ -190,8 +193,9 @@ std::vector<ZoneGroup> WalkZone(const std::vector<std::uint8_t>& bytes, SyntaxFa
         return groups;
       }
       if (field.length > end - at - field.header) {
-        fail(at, number, "the field claims " + Plural(field.length, "byte") + "; " +
-                             std::to_string(end - at - field.header) + " left in its group");
+        fail(at, number,
+             "the field claims " + Plural(field.length, "byte") + "; " +
+                 std::to_string(end - at - field.header) + " left in its group");
         return groups;
       }
       at += field.header + field.length;
@@ -211,9 +215,9 @@ ZoneCheck CheckZone(const std::vector<std::uint8_t>& bytes, bool with_format) {
   std::vector<std::uint8_t> buffer = bytes;
   buffer.resize(std::max<std::size_t>(buffer.size(), 1));
   std::uint16_t zone = 0;
-  check.syntax = KT_usInitialiserZoneMemoireNonPlein(
-      buffer.data(), static_cast<std::uint32_t>(buffer.size()),
-      static_cast<std::uint32_t>(bytes.size()), &zone, 1);
+  check.syntax =
+      KT_usInitialiserZoneMemoireNonPlein(buffer.data(), static_cast<std::uint32_t>(buffer.size()),
+                                          static_cast<std::uint32_t>(bytes.size()), &zone, 1);
   if (check.syntax != KT_OK) return check;
   check.syntax = KT_usControlerSyntaxeZoneMemoire(zone);
   if (check.syntax != KT_OK) {

@@ -54,10 +54,10 @@ struct FormatFinding {
 };
 
 struct ZoneCheck {
-  std::uint16_t syntax = 0;           // status of syntax control
+  std::uint16_t syntax = 0;             // status of syntax control
   std::optional<std::uint16_t> format;  // status of format control, when run
-  SyntaxFault fault;                  // when syntax control failed
-  FormatFinding finding;              // when format control failed
+  SyntaxFault fault;                    // when syntax control failed
+  FormatFinding finding;                // when format control failed
 };
 
 // Adopts the bytes as a structured zone and runs syntax control, then format
