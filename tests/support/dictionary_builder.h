@@ -1,6 +1,6 @@
 // Builds tables files for tests from the readable dictionary description of
-// tests/data (groups, fields and allowed values), through the library's own
-// binary file writers.
+// tests/data (groups, fields and allowed values), with the description
+// parser and compiler of the kt tool.
 #ifndef KT_TESTS_SUPPORT_DICTIONARY_BUILDER_H_
 #define KT_TESTS_SUPPORT_DICTIONARY_BUILDER_H_
 
@@ -8,31 +8,16 @@
 #include <string>
 #include <vector>
 
+#include "tools/kt/dictionary_source.h"
+
 namespace kt::test {
 
-struct FieldSource {
-  char type = 'A';
-  std::uint16_t min = 0;
-  std::uint16_t max = 0;
-  std::int32_t code = 0;
-  std::int32_t attribute = 0;
-  std::vector<std::string> values;
-};
+using FieldSource = kt::tool::FieldSource;
+using GroupSource = kt::tool::GroupSource;
+using DictionarySource = kt::tool::DictionarySource;
 
-struct GroupSource {
-  std::uint16_t id = 0;
-  std::vector<FieldSource> fields;
-};
-
-struct DictionarySource {
-  std::string version = "0100";
-  std::string required_version = "0100";
-  std::string comment = "dictionary";
-  std::vector<GroupSource> groups;
-};
-
-// Parses the description; on a malformed line fails the current test and
-// returns what was read so far.
+// Parses the description; every problem fails the current test, and what
+// was read is returned.
 DictionarySource ParseDictionary(const std::string& text);
 DictionarySource LoadSampleDictionary();
 
@@ -41,7 +26,7 @@ struct TablesFileOptions {
   std::uint16_t control = 1;  // CRC
   // Tables in the order written, among "TGROUPE", "TCHAMP", "TVALEUR" and
   // any other name (an empty table).
-  std::vector<std::string> order = {"TGROUPE", "TCHAMP", "TVALEUR"};
+  std::vector<std::string> order = kt::tool::kDictionaryTables;
 };
 
 // Writes the tables file into `directory`; returns the first failing status.
