@@ -1,9 +1,8 @@
 // File slots and the life of a binary file: numbers, create, open, close,
 // raw access, and what failures leave behind.
-#include <gmock/gmock.h>
-
 #include <cstdio>
 #include <string>
+#include <utility>
 
 #include "binfiles/binfile_test_util.h"
 #include "frame/frame_internal.h"
@@ -13,7 +12,6 @@ namespace {
 
 using kt::testing::ArmFault;
 using kt::testing::Fault;
-using ::testing::HasSubstr;
 using BinFileSlots = BinFileTest;
 
 TEST_F(BinFileSlots, HundredNumbersThenExhaustionAndLowestFreeFirst) {
@@ -22,18 +20,19 @@ TEST_F(BinFileSlots, HundredNumbersThenExhaustionAndLowestFreeFirst) {
     ASSERT_EQ(Create("f" + std::to_string(i), KT_CONTROLE_AUCUN, &number), KT_OK);
     ASSERT_EQ(number, i);
   }
-  const std::string trace = CaptureTrace({7}, 1, [&] {
-    EXPECT_EQ(Create("extra", KT_CONTROLE_AUCUN, &number), KT_ERR_PLUS_DE_FICHIER);
-  });
-  EXPECT_THAT(trace, HasSubstr("\n  ERREUR : plus de fichier disponible.\n"));
+  EXPECT_EQ(Create("extra", KT_CONTROLE_AUCUN, &number), KT_ERR_PLUS_DE_FICHIER);
   EXPECT_EQ(number, 0);
+  // A failure while holding number 100 leaves it reserved (kept).
+  Close(100);
+  ArmFault(Fault::kOpen, 0);
+  EXPECT_EQ(Create("last", KT_CONTROLE_AUCUN, &number), KT_ERR_FICHIER);
+  EXPECT_EQ(KT_usLibererFichierBinaire(100, nullptr), KT_ERR_NUMERO_INCONNU);
   EXPECT_EQ(Open("f1", KT_CONTROLE_AUCUN, &number), KT_ERR_PLUS_DE_FICHIER);
-  EXPECT_EQ(KT_usLibererFichierBinaire(63, nullptr), KT_OK);
-  EXPECT_EQ(KT_usLibererFichierBinaire(37, nullptr), KT_OK);
+  Close(63);
+  Close(37);
   EXPECT_EQ(Open("f63", KT_CONTROLE_AUCUN, &number), KT_OK);
   EXPECT_EQ(number, 37);
-  EXPECT_THAT(CaptureTrace({7}, 1, [&] { EXPECT_EQ(Create("again", 0, &number), KT_OK); }),
-              HasSubstr("\n  numero de fichier =63\n\n"));
+  EXPECT_EQ(Create("again", KT_CONTROLE_AUCUN, &number), KT_OK);
   EXPECT_EQ(number, 63);
 }
 
@@ -41,47 +40,36 @@ TEST_F(BinFileSlots, UnknownNumbersAreRefused) {
   uint16_t number = 0;
   ASSERT_EQ(Create("a", KT_CONTROLE_AUCUN, &number), KT_OK);
   uint32_t value = 0;
-  uint32_t size = 0;
   int32_t position = 0;
   for (uint16_t unknown : {0, 2, 100, 101, 0xFFFF}) {
     SCOPED_TRACE(unknown);
     EXPECT_EQ(KT_usLibererFichierBinaire(unknown, nullptr), KT_ERR_NUMERO_INCONNU);
     EXPECT_EQ(KT_usEcrireUnsignedLong(unknown, 1), KT_ERR_NUMERO_INCONNU);
     EXPECT_EQ(KT_usLireUnsignedLong(unknown, &value), KT_ERR_NUMERO_INCONNU);
-    EXPECT_EQ(usTailleDonnneeFichierBinaire(unknown, &size), KT_ERR_NUMERO_INCONNU);
+    EXPECT_EQ(usTailleDonnneeFichierBinaire(unknown, &value), KT_ERR_NUMERO_INCONNU);
     EXPECT_EQ(KT_usEcrireTaille(unknown), KT_ERR_NUMERO_INCONNU);
     // Raw access reports every failure as a file failure.
-    EXPECT_EQ(KT_usLongueurFichierBinaire(unknown, &size), KT_ERR_FICHIER);
+    EXPECT_EQ(KT_usLongueurFichierBinaire(unknown, &value), KT_ERR_FICHIER);
     EXPECT_EQ(KT_usLirePositionFichier(unknown, &position), KT_ERR_FICHIER);
     EXPECT_EQ(KT_usPositionnerOffset(unknown, 0, SEEK_SET), KT_ERR_FICHIER);
   }
   EXPECT_EQ(usRenseignerFichierTableau(0, nullptr), KT_ERR_NUMERO_INCONNU);
-  EXPECT_EQ(usRechercherFichier(number, nullptr), KT_OK);
-  const std::string trace = CaptureTrace({7}, 2, [] {
-    EXPECT_EQ(usRechercherFichier(0, nullptr), KT_ERR_NUMERO_INCONNU);
-    EXPECT_EQ(usRechercherFichier(9, nullptr), KT_ERR_NUMERO_INCONNU);
-  });
-  EXPECT_EQ(trace,
-            "ERREUR : usRechercherFichier : numero de fichier invalide\n"
-            "ERREUR : usRechercherFichier : fichier non reserve\n");
 }
 
-TEST_F(BinFileSlots, ArgumentChecksComeFirst) {
+TEST_F(BinFileSlots, NullArgumentsAreRefusedFirst) {
+  const std::string dir_text = Dir();
+  const char* dir = dir_text.c_str();
   const Header header = MakeHeader("a");
+  Header out{};
   uint16_t number = 7;
   EXPECT_EQ(KT_usCreerFichierBinaire(nullptr, "a", 0, header.data(), &number), KT_ERR_ARGUMENT);
   EXPECT_EQ(number, 0);
-  EXPECT_EQ(KT_usCreerFichierBinaire(Dir().c_str(), nullptr, 0, header.data(), &number),
-            KT_ERR_ARGUMENT);
-  EXPECT_EQ(KT_usCreerFichierBinaire(Dir().c_str(), "a", 0, nullptr, &number), KT_ERR_ARGUMENT);
-  EXPECT_EQ(KT_usCreerFichierBinaire(Dir().c_str(), "a", 0, header.data(), nullptr),
-            KT_ERR_POINTEUR_NUL);
-  Header out{};
-  EXPECT_EQ(KT_usInitialiserFichierBinaire(nullptr, "a", 0, &number, out.data()), KT_ERR_ARGUMENT);
-  EXPECT_EQ(KT_usInitialiserFichierBinaire(Dir().c_str(), "a", 0, nullptr, out.data()),
-            KT_ERR_POINTEUR_NUL);
-  EXPECT_EQ(KT_usInitialiserFichierBinaire(Dir().c_str(), "a", 0, &number, nullptr),
-            KT_ERR_POINTEUR_NUL);
+  EXPECT_EQ(KT_usCreerFichierBinaire(dir, nullptr, 0, header.data(), &number), KT_ERR_ARGUMENT);
+  EXPECT_EQ(KT_usCreerFichierBinaire(dir, "a", 0, nullptr, &number), KT_ERR_ARGUMENT);
+  EXPECT_EQ(KT_usCreerFichierBinaire(dir, "a", 0, header.data(), nullptr), KT_ERR_POINTEUR_NUL);
+  EXPECT_EQ(KT_usInitialiserFichierBinaire(dir, "a", 0, nullptr, out.data()), KT_ERR_POINTEUR_NUL);
+  EXPECT_EQ(KT_usInitialiserFichierBinaire(dir, "a", 0, &number, nullptr), KT_ERR_POINTEUR_NUL);
+  // The open's message names the create operation (kept).
   const std::string trace = CaptureTrace({7}, 2, [&] {
     EXPECT_EQ(KT_usInitialiserFichierBinaire(nullptr, "a", 3, &number, out.data()),
               KT_ERR_ARGUMENT);
@@ -93,11 +81,10 @@ TEST_F(BinFileSlots, ArgumentChecksComeFirst) {
             "  KT_usInitialiserFichierBinaire : Code retour = 0xf802\n}\n");
 }
 
-// Every failure before the file is open frees what it took: the number goes
-// back and *number is 0.
-TEST_F(BinFileSlots, CreateAndOpenFailuresGiveTheNumberBack) {
-  Build("src", KT_CONTROLE_CRC,
-        [](uint16_t n) { EXPECT_EQ(KT_usEcrireUnsignedLong(n, 7), KT_OK); });
+// Every failure before the file is open gives the number back and sets
+// *number to 0; those after it keep the file open until closed.
+TEST_F(BinFileSlots, FailuresGiveTheNumberBackUntilTheFileIsOpen) {
+  Build("src", KT_CONTROLE_CRC);
   uint16_t number = 9;
   for (int delay = 0; delay < 4; ++delay) {  // record, directory, name, path
     ArmFault(Fault::kAlloc, delay);
@@ -111,146 +98,100 @@ TEST_F(BinFileSlots, CreateAndOpenFailuresGiveTheNumberBack) {
   EXPECT_EQ(Create("new", KT_CONTROLE_AUCUN, &number), KT_ERR_FICHIER);
   EXPECT_EQ(Open("missing", KT_CONTROLE_AUCUN, &number), KT_ERR_FICHIER);
   EXPECT_EQ(number, 0);
-  kt::testing::DisarmAllFaults();
-  ASSERT_EQ(Open("src", KT_CONTROLE_CRC, &number), KT_OK);
-  EXPECT_EQ(number, 1);
-  EXPECT_EQ(KT_usLibererFichierBinaire(number, nullptr), KT_OK);
-}
-
-TEST_F(BinFileSlots, FailureWhileHoldingNumber100LeavesItReserved) {
-  uint16_t number = 0;
-  for (int i = 1; i <= 99; ++i) ASSERT_EQ(Create("f" + std::to_string(i), 0, &number), KT_OK);
-  ArmFault(Fault::kOpen, 0);
-  EXPECT_EQ(Create("last", KT_CONTROLE_AUCUN, &number), KT_ERR_FICHIER);
-  EXPECT_EQ(number, 0);
-  EXPECT_EQ(usRechercherFichier(100, nullptr), KT_ERR_NUMERO_INCONNU);
-  EXPECT_EQ(KT_usLibererFichierBinaire(100, nullptr), KT_ERR_NUMERO_INCONNU);
-  EXPECT_EQ(Create("last", KT_CONTROLE_AUCUN, &number), KT_ERR_PLUS_DE_FICHIER);
-}
-
-TEST_F(BinFileSlots, ChecksAfterOpeningKeepTheFileOpen) {
-  Build("good", KT_CONTROLE_CRC, [](uint16_t) {});
-  std::filesystem::copy_file(Path("good"), Path("copy"));
-  uint16_t number = 0;
-  EXPECT_EQ(Open("copy", KT_CONTROLE_CRC, &number), KT_ERR_NOM_FICHIER);
-  EXPECT_EQ(number, 1);
-  EXPECT_EQ(usRechercherFichier(number, nullptr), KT_OK);
-  EXPECT_EQ(KT_usLibererFichierBinaire(number, nullptr), KT_OK);
-
+  // After it, a failed length query or header write keeps the number.
   ArmFault(Fault::kSeek, 1);  // the length query's seek to the end
-  EXPECT_EQ(Open("good", KT_CONTROLE_CRC, &number), KT_ERR_FICHIER);
-  EXPECT_EQ(number, 1);
-  EXPECT_EQ(KT_usLibererFichierBinaire(number, nullptr), KT_OK);
+  EXPECT_EQ(Open("src", KT_CONTROLE_CRC, &number), KT_ERR_FICHIER);
+  EXPECT_EQ(number, 1);  // every number above was given back
+  Close(number);
+  for (const auto& [fault, delay] : {std::pair{Fault::kSeek, 0},
+                                     {Fault::kWrite, 0},
+                                     {Fault::kWrite, 5}}) {  // to 0, "0000 ", a typed byte
+    ArmFault(fault, delay);
+    EXPECT_EQ(Create("new", KT_CONTROLE_AUCUN, &number), KT_ERR_FICHIER) << delay;
+    Close(number);
+  }
 }
 
 TEST_F(BinFileSlots, DataSizeLeavesOut128BytesUnlessTypeIsOne) {
   for (uint16_t type : {0, 1, 2, 5}) {
-    SCOPED_TRACE(type);
     uint16_t number = 0;
     ASSERT_EQ(Create("d", type, &number, MakeHeader("d", std::string(37, 'c'))), KT_OK);
     uint32_t size = 0;
     ASSERT_EQ(usTailleDonnneeFichierBinaire(number, &size), KT_OK);
-    EXPECT_EQ(size, type == 1 ? 100u : uint32_t(100 - 128));  // wraps for a short file
-    ASSERT_EQ(usLibererFichier(number), KT_OK);               // no CRC, no signature
+    EXPECT_EQ(size, type == 1 ? 100u : uint32_t(100 - 128)) << type;  // wraps for 100 bytes
+    ASSERT_EQ(usLibererFichier(number), KT_OK);                       // no CRC, no signature
   }
 }
 
-TEST_F(BinFileSlots, ClosingAReadModeFileWritesNothing) {
-  const std::string bytes = Build("r", KT_CONTROLE_CRC, [](uint16_t n) {
-    const EnteteTable table = MakeTable("T", 1);
-    EXPECT_EQ(KT_usEcrireEnteteTable(n, &table), KT_OK);
-    EXPECT_EQ(KT_usEcrireUnsignedLong(n, 5), KT_OK);
-  });
-  uint16_t writer = 0;
-  ASSERT_EQ(Create("w", KT_CONTROLE_AUCUN, &writer), KT_OK);
-  const EnteteTable table = MakeTable("OPEN", 0);
-  ASSERT_EQ(KT_usEcrireEnteteTable(writer, &table), KT_OK);  // a table left pending
-  Read("r", KT_CONTROLE_CRC, [](uint16_t) {});
-  EXPECT_EQ(Contents("r"), bytes);
-  EXPECT_EQ(KT_usLibererFichierBinaire(writer, nullptr), KT_OK);
-}
-
-TEST_F(BinFileSlots, PendingTableSizeIsWrittenIntoWhicheverFileClosesFirst) {
-  uint16_t a = 0;
-  uint16_t b = 0;
+TEST_F(BinFileSlots, PendingTableSizeGoesIntoWhicheverWrittenFileClosesFirst) {
+  const std::string bytes = Build("r", KT_CONTROLE_CRC);
+  uint16_t a = 0, b = 0;
   ASSERT_EQ(Create("a", KT_CONTROLE_AUCUN, &a), KT_OK);
   const EnteteTable table = MakeTable("T", 1);
   ASSERT_EQ(KT_usEcrireEnteteTable(a, &table), KT_OK);
   ASSERT_EQ(KT_usEcrireUnsignedLong(a, 0xAABBCCDD), KT_OK);
+  Read("r", KT_CONTROLE_CRC, [](uint16_t) {});  // a read-mode file writes nothing
+  EXPECT_EQ(Contents("r"), bytes);
   ASSERT_EQ(Create("b", KT_CONTROLE_AUCUN, &b, MakeHeader("b", std::string(40, 'x'))), KT_OK);
-  ASSERT_EQ(KT_usLibererFichierBinaire(b, nullptr), KT_OK);
+  Close(b);
   // b's counter (the typed header bytes, 58 + comment) lands at a's size
   // position, 77 + 10, inside b's comment.
-  const std::string in_b = Contents("b").substr(87, 4);
-  EXPECT_EQ(in_b, std::string("\0\0\0\x62", 4));
-  ASSERT_EQ(KT_usLibererFichierBinaire(a, nullptr), KT_OK);
+  EXPECT_EQ(Contents("b").substr(87, 4), std::string("\0\0\0\x62", 4));
+  Close(a);
   EXPECT_EQ(Contents("a").substr(87, 4), std::string(4, '\0'));  // a keeps size 0
 }
 
 TEST_F(BinFileSlots, RecordAndNamesStayCountedAfterClose) {
   const uint32_t before = kt::frame::AllocatedTotal();
-  Build("m", KT_CONTROLE_AUCUN, [](uint16_t) {});
+  Build("m", KT_CONTROLE_AUCUN);
   const uint32_t after = kt::frame::AllocatedTotal();
   // The record and its two texts go back with the plain free (kept).
   EXPECT_GE(after - before, sizeof(FichierBinaire) + Dir().size() + 1 + 2);
-  Build("m", KT_CONTROLE_AUCUN, [](uint16_t) {});
+  Build("m", KT_CONTROLE_AUCUN);
   EXPECT_EQ(kt::frame::AllocatedTotal() - after, after - before);
 }
 
-TEST_F(BinFileSlots, CloseFailureIsReportedAndSlotFreed) {
-  uint16_t number = 0;
-  ASSERT_EQ(Create("c", KT_CONTROLE_CRC, &number), KT_OK);
-  ArmFault(Fault::kClose, 0);
-  EXPECT_EQ(KT_usLibererFichierBinaire(number, nullptr), KT_ERR_FICHIER);
-  EXPECT_EQ(usRechercherFichier(number, nullptr), KT_ERR_NUMERO_INCONNU);
-  // A failed CRC write is returned before the close, which still happens.
-  ASSERT_EQ(Create("c", KT_CONTROLE_CRC, &number), KT_OK);
-  ArmFault(Fault::kWrite, 0);
-  EXPECT_EQ(KT_usLibererFichierBinaire(number, nullptr), KT_ERR_FICHIER);
-  EXPECT_EQ(usRechercherFichier(number, nullptr), KT_ERR_NUMERO_INCONNU);
+TEST_F(BinFileSlots, CloseFailuresAreReportedAndTheSlotFreed) {
+  for (Fault fault : {Fault::kClose, Fault::kWrite}) {  // the close, the CRC write
+    uint16_t number = 0;
+    ASSERT_EQ(Create("c", KT_CONTROLE_CRC, &number), KT_OK);
+    ArmFault(fault, 0);
+    EXPECT_EQ(KT_usLibererFichierBinaire(number, nullptr), KT_ERR_FICHIER);
+    EXPECT_EQ(usRechercherFichier(number, nullptr), KT_ERR_NUMERO_INCONNU);
+  }
   EXPECT_EQ(Contents("c").substr(0, 4), "0000");
-  EXPECT_EQ(Open("c", KT_CONTROLE_CRC, &number), KT_ERR_CONTROLE);
+  EXPECT_EQ(Probe("c", KT_CONTROLE_CRC), KT_ERR_CONTROLE);
 }
 
 TEST_F(BinFileSlots, RawAccessReadsBlocksAndRestoresPosition) {
   Build("raw", KT_CONTROLE_AUCUN,
         [](uint16_t n) { EXPECT_EQ(KT_usEcrireUnsignedLong(n, 0x01020304), KT_OK); });
-  Read("raw", KT_CONTROLE_AUCUN, [this](uint16_t n) {
-    FichierBinaire* record = nullptr;
-    ASSERT_EQ(usRechercherFichier(n, &record), KT_OK);
-    EXPECT_TRUE(record->bLecture == 1 && record->bEcriture == 0 && record->pcRepertoire == Dir());
+  Read("raw", KT_CONTROLE_AUCUN, [](uint16_t n) {
     uint32_t length = 0;
     EXPECT_EQ(KT_usLongueurFichierBinaire(n, &length), KT_OK);
     EXPECT_EQ(length, 81u);
-    EXPECT_EQ(record->ulCompteurOctets, length);
+    FichierBinaire* record = nullptr;
+    ASSERT_EQ(usRechercherFichier(n, &record), KT_OK);
+    EXPECT_EQ(record->ulCompteurOctets, length);  // set at open
     EXPECT_EQ(KT_usPositionnerOffset(n, -2, SEEK_END), KT_OK);
     uint8_t* block = nullptr;
     EXPECT_EQ(KT_usLireFichierBinaire(n, 78, 3, &block), KT_OK);
     ASSERT_NE(block, nullptr);
     EXPECT_EQ(std::string(reinterpret_cast<char*>(block), 3), "\x02\x03\x04");
     KT_Liberer(block);
-    int32_t position = 0;
-    EXPECT_EQ(KT_usLirePositionFichier(n, &position), KT_OK);
-    EXPECT_EQ(position, 79);
-
+    EXPECT_EQ(Position(n), 79);
     // A short read or a failed allocation followed by a good seek back
     // returns 0: the seek's result wins (kept), the buffer tells.
     EXPECT_EQ(KT_usLireFichierBinaire(n, 80, 5, &block), KT_OK);
     ASSERT_NE(block, nullptr);
     EXPECT_EQ(block[0], 0x04);
-    EXPECT_EQ(block[1], 0x00);
     KT_Liberer(block);
     ArmFault(Fault::kAlloc, 0);
     EXPECT_EQ(KT_usLireFichierBinaire(n, 0, 5, &block), KT_OK);
     EXPECT_EQ(block, nullptr);
-    ArmFault(Fault::kSeek, 0);
-    EXPECT_EQ(KT_usLireFichierBinaire(n, 0, 5, &block), KT_ERR_FICHIER);
     ArmFault(Fault::kSeek, 3);  // the seek back
     EXPECT_EQ(KT_usLireFichierBinaire(n, 0, 5, &block), KT_ERR_FICHIER);
     KT_Liberer(block);
-    ArmFault(Fault::kSeek, 0);
-    EXPECT_EQ(KT_usPositionnerOffset(n, 0, SEEK_SET), KT_ERR_FICHIER);
-    EXPECT_EQ(KT_usPositionnerOffset(n, -1, SEEK_SET), KT_ERR_FICHIER);
   });
 }
 
