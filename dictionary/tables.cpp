@@ -133,7 +133,14 @@ uint16_t usInitTabValeur(uint16_t usNumFichier, uint32_t ulTailleDonnees,
   (void)ulTailleDonnees;
   return LoadTable("usGTInitTabValeur", "g_cTabVal = %p, g_ulNbTabVal = %hu", g_cTabVal,
                    g_ulNbTabVal, ulNbEnregistrements, [usNumFichier](char*& text) {
-                     return KT_usLireChaineVariable(usNumFichier, &text);
+                     const std::uint16_t us = KT_usLireChaineVariable(usNumFichier, &text);
+                     if (us != KT_OK) {
+                       // A failed read hands its block out unterminated: it
+                       // is not kept, so the entry reads as the empty text.
+                       KT_Liberer(text);
+                       text = nullptr;
+                     }
+                     return us;
                    });
 }
 

@@ -1,0 +1,122 @@
+// Loads fuzzer-made bytes as a tables file into the dictionary: the bytes are
+// saved under the name their header carries and opened without a check, up
+// to three table headers are read and dispatched to the loaders as start-up
+// does, and the queries then run over whatever was loaded. Tables announcing
+// more than kMaxRecords records are skipped: the loaders allocate what the
+// header announces, which only tests the allocator.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "kt_binfiles.h"
+#include "kt_dictionary.h"
+
+namespace {
+
+constexpr std::uint32_t kMaxRecords = 4096;
+
+const std::string& Directory() {
+  static const std::string directory = [] {
+    const char* base = std::getenv("TMPDIR");
+    std::string pattern = std::string(base != nullptr && base[0] != '\0' ? base : "/tmp") +
+                          "/dictionary_fuzz.XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) std::abort();
+    std::atexit([] { (void)rmdir(Directory().c_str()); });
+    return pattern;
+  }();
+  return directory;
+}
+
+std::string NameOf(const std::uint8_t* data, std::size_t size) {
+  char field[13] = {};
+  if (size > 5) std::memcpy(field, data + 5, std::min<std::size_t>(size - 5, 12));
+  for (int i = 12; i > 0 && field[i - 1] == ' '; --i) field[i - 1] = '\0';
+  const std::string name(field);
+  if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) {
+    return "tablebin.vkt";
+  }
+  return name;
+}
+
+void Query() {
+  std::uint16_t* groups = nullptr;
+  std::uint16_t count = 0;
+  if (KT_usDonnerListeGroupes(&groups, &count) != KT_OK) return;
+  for (std::uint16_t g = 0; g < count && g < 64; ++g) {
+    stChamp* fields = nullptr;
+    std::uint16_t field_count = 0;
+    if (KT_usDonnerInformationChamp(groups[g], &fields, &field_count) == KT_OK) {
+      for (std::uint16_t f = 0; f < field_count && f < 16; ++f) {
+        for (std::uint16_t v = 1; v <= fields[f].usNbValeurs && v <= 4; ++v) {
+          char* value = nullptr;
+          if (KT_usDonnerChampValeur(groups[g], static_cast<std::uint16_t>(f + 1), v, &value) ==
+              KT_OK) {
+            KT_Liberer(value);
+          }
+        }
+      }
+    }
+    KT_Liberer(fields);
+  }
+  KT_Liberer(groups);
+}
+
+// The library never releases the value texts; the harness does.
+void Release() {
+  for (std::uint32_t i = 0; g_cTabVal != nullptr && i < g_ulNbTabVal; ++i) {
+    KT_Liberer(g_cTabVal[i]);
+  }
+  (void)usGTSupprTables();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string name = NameOf(data, size);
+  const std::string path = Directory() + "/" + name;
+  if (FILE* out = std::fopen(path.c_str(), "wb")) {
+    std::fwrite(data, 1, size, out);
+    std::fclose(out);
+  } else {
+    return 0;
+  }
+  char header[KT_TAILLE_ENTETE_FICHIER] = {};
+  std::uint16_t file = 0;
+  (void)KT_usInitialiserFichierBinaire(Directory().c_str(), name.c_str(), KT_CONTROLE_AUCUN, &file,
+                                       header);
+  for (int t = 0; t < 3 && file != 0; ++t) {
+    EnteteTable table{};
+    if (KT_usLireEnteteTable(file, &table) != KT_OK) break;
+    if (table.ulNbEnregistrements > kMaxRecords) break;
+    const std::string table_name = table.cNom;
+    std::uint16_t us = KT_OK;
+    // A table loaded twice replaces (and loses) the earlier array; release
+    // first so that the harness itself leaks nothing.
+    if (table_name == "TGROUPE") {
+      (void)usSupprTabGroupe();
+      us = usInitTabGroupe(file, table.ulTailleDonnees, table.ulNbEnregistrements);
+    } else if (table_name == "TCHAMP") {
+      (void)usSupprTabChamp();
+      us = usInitTabChamp(file, table.ulTailleDonnees, table.ulNbEnregistrements);
+    } else if (table_name == "TVALEUR") {
+      for (std::uint32_t i = 0; g_cTabVal != nullptr && i < g_ulNbTabVal; ++i) {
+        KT_Liberer(g_cTabVal[i]);
+      }
+      (void)usSupprTabValeur();
+      us = usInitTabValeur(file, table.ulTailleDonnees, table.ulNbEnregistrements);
+    } else {
+      break;
+    }
+    if (us != KT_OK) break;
+  }
+  if (file != 0) (void)KT_usLibererFichierBinaire(file, nullptr);
+  Query();
+  Release();
+  (void)unlink(path.c_str());
+  return 0;
+}
