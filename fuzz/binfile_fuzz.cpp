@@ -14,6 +14,7 @@
 #include <cstring>
 #include <string>
 
+#include "fuzz/fuzz_files.h"
 #include "kt_binfiles.h"
 
 namespace {
@@ -21,34 +22,10 @@ namespace {
 constexpr int kMaxTables = 64;
 constexpr uint32_t kMaxRecords = 32;
 
-const std::string& Directory() {
-  static const std::string directory = [] {
-    const char* base = std::getenv("TMPDIR");
-    std::string pattern =
-        std::string(base != nullptr && base[0] != '\0' ? base : "/tmp") + "/binfile_fuzz.XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) std::abort();
-    return pattern;
-  }();
-  static const bool cleaned = [] {
-    // Each input removes its file; the directory goes at exit.
-    std::atexit([] { (void)rmdir(Directory().c_str()); });
-    return true;
-  }();
-  (void)cleaned;
-  return directory;
-}
+const std::string& Directory() { return kt::fuzz::ScratchDirectory("binfile_fuzz"); }
 
-// The name the header carries, as the opener compares it; a fixed name when
-// it cannot be a file name.
-std::string NameOf(const uint8_t* data, std::size_t size) {
-  char field[13] = {};
-  if (size > 5) std::memcpy(field, data + 5, std::min<std::size_t>(size - 5, 12));
-  for (int i = 12; i > 0 && field[i - 1] == ' '; --i) field[i - 1] = '\0';
-  const std::string name(field);
-  if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) {
-    return "fuzz.bin";
-  }
-  return name;
+std::string NameOf(const std::uint8_t* data, std::size_t size) {
+  return kt::fuzz::HeaderName(data, size, "fuzz.bin");
 }
 
 void ReadRecord(uint16_t n) {

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <string>
 
+#include "fuzz/fuzz_files.h"
 #include "kt_binfiles.h"
 #include "kt_dictionary.h"
 
@@ -20,27 +21,10 @@ namespace {
 
 constexpr std::uint32_t kMaxRecords = 4096;
 
-const std::string& Directory() {
-  static const std::string directory = [] {
-    const char* base = std::getenv("TMPDIR");
-    std::string pattern = std::string(base != nullptr && base[0] != '\0' ? base : "/tmp") +
-                          "/dictionary_fuzz.XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) std::abort();
-    std::atexit([] { (void)rmdir(Directory().c_str()); });
-    return pattern;
-  }();
-  return directory;
-}
+const std::string& Directory() { return kt::fuzz::ScratchDirectory("dictionary_fuzz"); }
 
 std::string NameOf(const std::uint8_t* data, std::size_t size) {
-  char field[13] = {};
-  if (size > 5) std::memcpy(field, data + 5, std::min<std::size_t>(size - 5, 12));
-  for (int i = 12; i > 0 && field[i - 1] == ' '; --i) field[i - 1] = '\0';
-  const std::string name(field);
-  if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) {
-    return "tablebin.vkt";
-  }
-  return name;
+  return kt::fuzz::HeaderName(data, size, "tablebin.vkt");
 }
 
 void Query() {

@@ -41,7 +41,9 @@ if [ "$fuzz_seconds" -gt 0 ] && command -v clang++ >/dev/null && [ -d "$root/fuz
     seeds="$root/fuzz/corpus/$target"
     [ -d "$seeds" ] || seeds=""
     echo "--- $target ---"
-    "$build/fuzz/$target" -max_total_time="$fuzz_seconds" -print_final_stats=1 \
+    # libFuzzer ends without exit handlers: scratch files stay in the build.
+    mkdir -p "$build/tmp"
+    TMPDIR="$build/tmp" "$build/fuzz/$target" -max_total_time="$fuzz_seconds" -print_final_stats=1 \
       -timeout=10 "$corpus" $seeds 2>&1 | tail -n 12
   done
 fi
