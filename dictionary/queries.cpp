@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "dictionary/dictionary_internal.h"
+#include "frame/frame_internal.h"
 #include "frame/support.h"
 #include "traces/traces_internal.h"
 
@@ -112,10 +113,7 @@ uint16_t KT_usDonnerChampValeur(uint16_t usIdGroupe, uint16_t usNumeroChamp,
   const auto value_index = static_cast<std::uint16_t>(
       FieldAt(field_index).usIndPremiereValeur - 1 + usNumeroValeur);
   const char* value = ValueAt(value_index);
-  const std::size_t length = std::strlen(value);
-  char* copy = static_cast<char*>(KT_Allouer(static_cast<std::uint32_t>(length + 1)));
-  if (copy != nullptr) std::memcpy(copy, value, length + 1);
-  *ppcValeur = copy;
+  *ppcValeur = kt::frame::CopyText(value, std::strlen(value));
   KT_TRACE(kTraceExit, "KT_usDonnerChampValeur usResultat = 0x%04x", 0u);
   return KT_OK;
 }

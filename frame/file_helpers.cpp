@@ -115,3 +115,16 @@ uint32_t donneDateHeure(char* pcBuffer, uint32_t* pulTaille, const char* pcForma
   *pulTaille = static_cast<uint32_t>(written);
   return *pulTaille;
 }
+
+namespace kt::frame {
+
+char* CopyText(const char* text, std::size_t length) noexcept {
+  char* copy = static_cast<char*>(KT_Allouer(static_cast<std::uint32_t>(length + 1)));
+  if (copy != nullptr) {
+    std::memcpy(copy, text, length);
+    copy[length] = '\0';
+  }
+  return copy;
+}
+
+}  // namespace kt::frame

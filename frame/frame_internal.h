@@ -47,6 +47,10 @@ std::uint32_t AllocatedPeak() noexcept;
 // $KT_PREFERENCES_DIR when set and not empty, else the built-in default.
 const char* PreferencesDirectory() noexcept;
 
+// A new block from KT_Allouer holding the first `length` characters of
+// `text` and a terminator, or null.
+char* CopyText(const char* text, std::size_t length) noexcept;
+
 // Starts of the library not yet matched by a stop.
 std::uint16_t LoadCount() noexcept;
 

@@ -51,15 +51,6 @@ std::uint16_t VersionNumber(const char* text) {
   return n;
 }
 
-char* CopyText(const char* text, std::size_t length) {
-  char* copy = static_cast<char*>(KT_Allouer(static_cast<std::uint32_t>(length + 1)));
-  if (copy != nullptr) {
-    std::memcpy(copy, text, length);
-    copy[length] = '\0';
-  }
-  return copy;
-}
-
 std::uint16_t LoadTable(std::uint16_t file, const EnteteTable& header, const char* name) {
   if (std::strcmp(name, "TGROUPE") == 0) {
     return usInitTabGroupe(file, header.ulTailleDonnees, header.ulNbEnregistrements);
@@ -116,7 +107,7 @@ uint16_t usIAInitialisation(char** ppcVersionKT, char** ppcVersionTables) {
     std::uint32_t length = KT_ulLireChaineVolen("commun", "repertoiretravail", work, kWorkChars);
     KT_TRACE(kTraceInfo, "REPERTOIRE TRAVAIL :KT_ulLireChaineVolen:usLongueur=0x%04x", length);
     if (length != 0) {
-      g_repertoire_travail = CopyText(work, length);
+      g_repertoire_travail = kt::frame::CopyText(work, length);
       KT_TRACE(kTraceInfo, "recuperation du repertoire de travail OK");
     } else {
       secondary_status = KT_ERR_REP_TRAVAIL;
@@ -127,7 +118,7 @@ uint16_t usIAInitialisation(char** ppcVersionKT, char** ppcVersionTables) {
     length = KT_ulLireChaineVolen("commun", "repertoiretable", work, kWorkChars);
     KT_TRACE(kTraceInfo, "REPERTOIRE TABLES:KT_ulLireChaineVolen:usLongueur=0x%04x", length);
     if (length != 0) {
-      g_repertoire_tables = CopyText(work, length);
+      g_repertoire_tables = kt::frame::CopyText(work, length);
       KT_TRACE(kTraceInfo, "recuperation du repertoire des tables externes OK");
     } else {
       main_status = KT_FAIL(KT_ERR_REP_TABLES);
@@ -216,10 +207,10 @@ uint16_t usIAInitialisation(char** ppcVersionKT, char** ppcVersionTables) {
 
   // Step 9: both version texts for the caller.
   if (main_status == KT_OK) {
-    if (ppcVersionKT != nullptr) *ppcVersionKT = CopyText(kVersionKT, 4);
+    if (ppcVersionKT != nullptr) *ppcVersionKT = kt::frame::CopyText(kVersionKT, 4);
     KT_TRACE(kTraceInfo, "Sortie : numero de version KT");
     if (ppcVersionTables != nullptr) {
-      *ppcVersionTables = CopyText(g_entete_fichier + kHeaderVersion, 4);
+      *ppcVersionTables = kt::frame::CopyText(g_entete_fichier + kHeaderVersion, 4);
     }
     KT_TRACE(kTraceInfo, "Sortie : numero de version du Fichier de tables");
   }

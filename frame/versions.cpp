@@ -19,14 +19,6 @@ constexpr std::uint32_t kDirectoryBlock = 256;
 // 256-byte block is offered as 255 characters.
 constexpr std::uint32_t kDirectoryChars = kDirectoryBlock - 1;
 
-// A new copy of `text` (length + 1 bytes), or null.
-char* CopyText(const char* text) {
-  const std::size_t length = std::strlen(text);
-  char* copy = static_cast<char*>(KT_Allouer(static_cast<std::uint32_t>(length + 1)));
-  if (copy != nullptr) std::memcpy(copy, text, length + 1);
-  return copy;
-}
-
 // The working directory as a new text, or null with the status of the
 // directory query (traced by the caller).
 std::uint16_t WorkingDirectoryCopy(char** copy) {
@@ -34,7 +26,7 @@ std::uint16_t WorkingDirectoryCopy(char** copy) {
   std::uint16_t us = KT_usDonnerRepertoireTravail(&directory);
   *copy = nullptr;
   if (us == KT_OK) {
-    *copy = CopyText(directory);
+    *copy = kt::frame::CopyText(directory, std::strlen(directory));
     if (*copy == nullptr) us = KT_FAIL(KT_ERR_MEMOIRE);
   }
   KT_Liberer(directory);
@@ -101,7 +93,7 @@ uint16_t KT_usEcrireVersionComposant(int8_t cComposant, const char* pcVersion,
   if (us == KT_ERR_REP_TRAVAIL) {
     KT_TRACE(kTraceInfo, "Retour de recherche du repertoire de travail =(%u)", us);
   } else if (us == KT_OK) {
-    directory_copy = CopyText(directory);
+    directory_copy = kt::frame::CopyText(directory, std::strlen(directory));
     if (directory_copy == nullptr) us = KT_FAIL(KT_ERR_MEMOIRE);
     KT_TRACE(kTraceInfo, "Repertoire Travail OK");
   }

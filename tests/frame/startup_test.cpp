@@ -3,6 +3,7 @@
 #include <string>
 
 #include "frame/frame_internal.h"
+#include "frame/ini_fixture.h"
 #include "kt_binfiles.h"
 #include "kt_dictionary.h"
 #include "kt_zones.h"
@@ -20,18 +21,16 @@ using kt::test::WriteFile;
 
 // A preferences directory with "volen.ini", a working directory and a tables
 // directory holding the sample dictionary.
-class Startup : public kt::test::KtTest {
+class Startup : public kt::test::IniTest {
  protected:
   void SetUp() override {
-    KtTest::SetUp();
-    ::setenv("KT_PREFERENCES_DIR", prefs_.path().c_str(), 1);
+    IniTest::SetUp();
     WriteVolen(true, true);
     source_ = kt::test::LoadSampleDictionary();
   }
   void TearDown() override {
-    ::unsetenv("KT_PREFERENCES_DIR");
-    FreeValueTexts();
-    KtTest::TearDown();
+    kt::test::FreeDictionaryValueTexts();
+    IniTest::TearDown();
   }
 
   void WriteVolen(bool with_work, bool with_tables) {
@@ -45,14 +44,6 @@ class Startup : public kt::test::KtTest {
     ASSERT_EQ(kt::test::WriteTablesFile(tables_.path().string(), source_, options), KT_OK);
   }
 
-  // The library keeps the value texts for good; tests give them back.
-  void FreeValueTexts() {
-    for (std::uint32_t i = 0; g_cTabVal != nullptr && i < g_ulNbTabVal; ++i) {
-      KT_Liberer(g_cTabVal[i]);
-      g_cTabVal[i] = nullptr;
-    }
-  }
-
   std::uint16_t Start() {
     char* kt_version = nullptr;
     char* tables_version = nullptr;
@@ -64,7 +55,7 @@ class Startup : public kt::test::KtTest {
     return us;
   }
 
-  ScratchDir prefs_, work_, tables_;
+  ScratchDir work_, tables_;
   DictionarySource source_;
   std::string kt_version_, tables_version_;
 };
@@ -94,7 +85,7 @@ TEST_F(Startup, LaterStartsOnlyCountAndTheLastStopReleases) {
   EXPECT_EQ(kt::frame::LoadCount(), 2);
   EXPECT_EQ(KT_usTermLIB(), KT_OK);
   EXPECT_NE(g_stTabGrp, nullptr);
-  FreeValueTexts();
+  kt::test::FreeDictionaryValueTexts();
   EXPECT_EQ(KT_usTermLIB(), KT_OK);
   EXPECT_EQ(g_stTabGrp, nullptr);
   EXPECT_EQ(g_cTabVal, nullptr);
@@ -143,7 +134,7 @@ TEST_F(Startup, VersionFieldsAreComparedWithTheLibraryVersion) {
       EXPECT_EQ(g_stTabGrp, nullptr);
       EXPECT_EQ(kt::frame::LoadCount(), 0);
     } else {
-      FreeValueTexts();
+      kt::test::FreeDictionaryValueTexts();
     }
   }
 }
@@ -224,7 +215,7 @@ TEST_F(Startup, TypicalMessageFromStartToStop) {
   EXPECT_EQ(std::string(reinterpret_cast<char*>(value), length), "42");
   ASSERT_EQ(KT_usLibererZoneMemoire(receiver), KT_OK);
   KT_Liberer(bytes);
-  FreeValueTexts();
+  kt::test::FreeDictionaryValueTexts();
   ASSERT_EQ(KT_usTermLIB(), KT_OK);
   EXPECT_EQ(kt::traces::Depth(), 0);
   ASSERT_EQ(KT_usActiverTrace(trace_path.c_str(), "w", 1, 1, 0), KT_OK);

@@ -2,6 +2,7 @@
 #include <string>
 
 #include "frame/frame_internal.h"
+#include "frame/ini_fixture.h"
 #include "support/kt_test.h"
 
 namespace {
@@ -11,22 +12,17 @@ using kt::test::ReadFile;
 using kt::test::ScratchDir;
 using kt::test::WriteFile;
 
-class VersionFiles : public kt::test::KtTest {
+class VersionFiles : public kt::test::IniTest {
  protected:
   void SetUp() override {
-    KtTest::SetUp();
-    ::setenv("KT_PREFERENCES_DIR", prefs_.path().c_str(), 1);
+    IniTest::SetUp();
     SetWorkingDirectory(work_.path().string());
-  }
-  void TearDown() override {
-    ::unsetenv("KT_PREFERENCES_DIR");
-    KtTest::TearDown();
   }
   void SetWorkingDirectory(const std::string& directory) {
     WriteFile(prefs_.File("volen.ini"), "[commun]\nrepertoiretravail=" + directory + "\n");
   }
 
-  ScratchDir prefs_, work_;
+  ScratchDir work_;
 };
 
 TEST_F(VersionFiles, WritesTheBareTextWhateverTheLengthArgument) {
