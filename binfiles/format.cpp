@@ -65,12 +65,15 @@ constexpr std::uint8_t kEndOfText = 0x1A;
 // Reads `count` bytes of which the first `keep` go to `buffer`; the rest are
 // read and dropped. False on a short read or a stream error.
 bool ReadKeeping(std::FILE* stream, char* buffer, std::uint32_t keep, std::uint32_t count) {
-  if (kt::io::Read(buffer, 1, keep, stream) != keep) return false;
   std::array<char, 512> scratch;
-  for (std::uint32_t left = count - keep; left > 0;) {
-    const std::uint32_t chunk = std::min<std::uint32_t>(left, scratch.size());
-    if (kt::io::Read(scratch.data(), 1, chunk, stream) != chunk) return false;
-    left -= chunk;
+  for (std::uint32_t done = 0; done < count;) {
+    const bool kept = done < keep;
+    const std::uint32_t chunk =
+        kept ? keep - done : std::min<std::uint32_t>(count - done, scratch.size());
+    if (kt::io::Read(kept ? buffer + done : scratch.data(), 1, chunk, stream) != chunk) {
+      return false;
+    }
+    done += chunk;
   }
   return !kt::io::Error(stream);
 }

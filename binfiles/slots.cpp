@@ -12,6 +12,7 @@
 // plain free, so their sizes stay in the allocator's running total (kept:
 // the accounting of existing deployments shows it).
 #include <array>
+#include <cassert>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -75,17 +76,16 @@ void DropReservation(std::uint16_t number, FichierBinaire* record, std::uint16_t
   // Number 100 stays reserved for good: the test is strict (kept). Number 0
   // means nothing was reserved, and the request then touches nothing.
   if (number < kFileCount) (void)usRenseignerFichierTableau(number, nullptr);
-  if (record != nullptr && record->pfFichier != nullptr) (void)kt::io::Close(record->pfFichier);
+  // Opening the stream is the last step that can fail: none is open here.
+  assert(record == nullptr || record->pfFichier == nullptr);
   FreeRecord(record);
   *number_out = 0;
 }
 
 void Reset() {
-  for (FichierBinaire*& entry : g_fichiers) {
-    if (entry != nullptr && !IsReserved(entry)) {
-      if (entry->pfFichier != nullptr) std::fclose(entry->pfFichier);
-      FreeRecord(entry);
-    }
+  for (std::uint16_t number = 1; number <= kFileCount; ++number) {
+    FichierBinaire*& entry = g_fichiers[number - 1];
+    if (entry != nullptr && !IsReserved(entry)) (void)usLibererFichier(number);
     entry = nullptr;
   }
   g_initialise = false;

@@ -37,18 +37,23 @@ std::uint32_t AllocatedPeak() noexcept { return g_max_alloue; }
 
 using namespace kt::traces;
 
-void* KT_Allouer(uint32_t ulTaille) {
-  using kt::frame::g_max_alloue;
-  using kt::frame::g_mem_allouee;
-  void* block = kt::frame::ShouldFail(kt::testing::Fault::kAlloc) ? nullptr : std::malloc(ulTaille);
+namespace kt::frame {
+
+void* Allocate(std::uint32_t size, std::source_location site) noexcept {
+  void* block = ShouldFail(testing::Fault::kAlloc, site) ? nullptr : std::malloc(size);
   const std::uint32_t usable = kt::frame::UsableSize(block);
-  KT_TRACE(kTraceEnter, "Allocation de %u (%u) a l'adresse %p", ulTaille, usable, block);
+  KT_TRACE(kTraceEnter, "Allocation de %u (%u) a l'adresse %p", size, usable, block);
   if (block == nullptr) KT_TRACE(kTraceError, "KT_Allouer memoire insuffisante");
   g_mem_allouee += usable;
   if (g_mem_allouee > g_max_alloue) g_max_alloue = g_mem_allouee;
   KT_TRACE(kTraceExit, "Taille Memoire cumulee = %lu", static_cast<unsigned long>(g_mem_allouee));
   return block;
 }
+
+}  // namespace kt::frame
+
+// Parenthesised: inside the library the name is the macro that passes the site.
+void*(KT_Allouer)(uint32_t ulTaille) { return kt::frame::Allocate(ulTaille); }
 
 void KT_Liberer(void* pBloc) {
   using kt::frame::g_mem_allouee;

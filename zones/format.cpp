@@ -13,6 +13,8 @@
 // Sums are 16-bit. Fields are matched to records by position only.
 #include <cstring>
 
+#include "checks/checks_internal.h"
+#include "frame/frame_internal.h"
 #include "frame/support.h"
 #include "kt_checks.h"
 #include "kt_dictionary.h"
@@ -65,6 +67,8 @@ uint16_t KT_usControlerFormatZoneMemoire(uint16_t usZone) {
   if (us == KT_OK) {
     us = KT_usDonnerListeGroupes(&groups, &group_count);
     KT_TRACE(kTraceInfo, " KT_usDonnerListeGroupes= 0x%04x", us);
+    // The queries hand out a null block when memory runs out.
+    if (us == KT_OK && groups == nullptr && group_count != 0) us = KT_FAIL(KT_ERR_MEMOIRE);
   }
 
   std::uint16_t n = 0;        // rank of the group, from 1
@@ -94,6 +98,7 @@ uint16_t KT_usControlerFormatZoneMemoire(uint16_t usZone) {
     std::uint16_t field_count = 0;
     us = KT_usDonnerInformationChamp(id, &fields, &field_count);
     KT_TRACE(kTraceInfo, " KT_usDonnerInformationChamp= 0x%04x", us);
+    if (us == KT_OK && fields == nullptr && field_count != 0) us = KT_FAIL(KT_ERR_MEMOIRE);
     if (us != KT_OK) {
       KT_Liberer(groups);
       return us;
@@ -118,9 +123,14 @@ uint16_t KT_usControlerFormatZoneMemoire(uint16_t usZone) {
       const std::uint16_t field_error =
           Position(KT_FORMAT_CHAMP, static_cast<std::uint16_t>(total - field_count + number));
       std::uint32_t significant = 0;
-      const std::uint8_t ok = bChaineCtrlFormat(text, length, static_cast<char>(record.cType),
-                                                &significant);
+      const kt::checks::FormatCheck check = kt::checks::CheckFormat(
+          text, length, static_cast<char>(record.cType), &significant);
+      const std::uint8_t ok = check == kt::checks::FormatCheck::kValid ? 1 : 0;
       KT_TRACE(kTraceInfo, "Controle du champ suivant son type : bRetour= 0x%04x (1/OK)", ok);
+      if (check == kt::checks::FormatCheck::kNoMemory) {
+        us = KT_FAIL(KT_ERR_MEMOIRE);
+        break;
+      }
       bool failed = ok != 1;
       if (!failed && significant == 0) {
         // An empty field passes, unless its code makes a minimum binding.
@@ -152,11 +162,14 @@ uint16_t KT_usControlerFormatZoneMemoire(uint16_t usZone) {
             KT_Liberer(reduced);
             return us;
           }
-          if (KT_bCompareChaine(reduced, allowed) != 1) ++differing;
+          // Without either text nothing was compared: no verdict on the value.
+          if (reduced == nullptr || allowed == nullptr) us = KT_FAIL(KT_ERR_MEMOIRE);
+          if (us == KT_OK && KT_bCompareChaine(reduced, allowed) != 1) ++differing;
           KT_Liberer(allowed);
+          if (us != KT_OK) break;
         }
         KT_Liberer(reduced);
-        if (differing == record.usNbValeurs) {
+        if (us == KT_OK && differing == record.usNbValeurs) {
           us = field_error;
           KT_TRACE(kTraceError, "ERREUR valeur de champ, usResultat= 0x%04x", us);
         }
