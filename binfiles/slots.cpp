@@ -91,7 +91,6 @@ void Reset() {
   g_initialise = false;
   g_position_taille_table = 0;
 }
-[[maybe_unused]] const bool g_registered = kt::testing::RegisterReset(&Reset);
 
 }  // namespace
 
@@ -101,6 +100,8 @@ void SetPendingTablePosition(kt::io::Offset position) noexcept {
 }
 
 }  // namespace kt::binfiles
+
+void kt::testing::ResetFileSlots() noexcept { kt::binfiles::Reset(); }
 
 using kt::binfiles::g_fichiers;
 using kt::binfiles::Text;

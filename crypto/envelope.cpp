@@ -67,6 +67,9 @@ using kt::crypto::kMaxModulusLen;
 /* see kt_crypto.h */
 uint32_t CipherInit(R_EnvelopeContext* context, int32_t encryptionAlgorithm,
                     const unsigned char* key, const unsigned char* iv, int32_t encrypt) {
+  // Update and Restart dispatch on the context, which callers may reach
+  // without R_SealInit or R_OpenInit.
+  context->encryptionAlgorithm = encryptionAlgorithm;
   switch (encryptionAlgorithm) {
     case KT_EA_DES_CBC:
       DES_CBCInit(&context->cipherContext.des, key, iv, encrypt);
