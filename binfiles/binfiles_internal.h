@@ -27,8 +27,8 @@ inline constexpr std::uint16_t kTraceSubBinFiles = 7;  // dictionary and binary 
 // The position of the size field of the table being written, 0 when none.
 // One for all files together (kept: callers finish one table before
 // starting another anywhere).
-long PendingTablePosition() noexcept;
-void SetPendingTablePosition(long position) noexcept;
+std::int64_t PendingTablePosition() noexcept;
+void SetPendingTablePosition(std::int64_t position) noexcept;
 
 // The record of a number in use, provided the caller's other arguments were
 // all given: else the lookup's code, or KT_ERR_ARGUMENT.
