@@ -24,6 +24,7 @@ inline constexpr std::uint32_t kMaxLimbs = (kMaxDigits + kDigitsPerLimb - 1) / k
 
 struct MontModulus;
 using MontMulFn = void (*)(Limb* r, const Limb* a, const Limb* b, const MontModulus& m);
+using MontSqrFn = void (*)(Limb* r, const Limb* a, const MontModulus& m);
 
 // An odd modulus n > 1 of k limbs with R = 2^(k x limb bits): n0 = -1/n mod
 // one limb, one = R mod n, rr = R^2 mod n.
@@ -35,7 +36,14 @@ struct MontModulus {
   std::uint32_t k;
   std::uint32_t digits;  // significant 32-bit digits of n
   MontMulFn mul;
+  MontSqrFn sqr;
 };
+
+// Whether the engine takes the modulus d of `digits` digits: odd and above 1.
+inline bool MontUsable(const NN_DIGIT* d, std::uint32_t digits) noexcept {
+  const std::uint32_t significant = NN_Digits(d, digits);
+  return significant != 0 && (d[0] & 1) != 0 && (significant > 1 || d[0] > 1);
+}
 
 // Prepares `m` for the odd modulus d (dDigits digits, d > 1). A secret
 // modulus (an RSA prime) gets its constants by branch-free doublings; a
