@@ -62,83 +62,101 @@ inline void FinalSubtract(Limb* r, const Limb* t, Limb t_top, const Limb* n) noe
   }
 }
 
+// A three-limb column accumulator for product scanning: every product is
+// added into registers, and only finished limbs are stored.
+struct Column {
+  WideLimb low = 0;  // the two lower limbs
+  Limb top = 0;
+
+  inline void Add(WideLimb p) noexcept {
+    low += p;
+    top += static_cast<Limb>(low < p);
+  }
+  // The finished lowest limb out, the rest down one limb.
+  inline Limb Shift() noexcept {
+    const Limb out = Lo(low);
+    low = (low >> kLimbBits) | (static_cast<WideLimb>(top) << kLimbBits);
+    top = 0;
+    return out;
+  }
+};
+
+inline WideLimb Product(Limb x, Limb y) noexcept { return static_cast<WideLimb>(x) * y; }
+
 // r = a b / R mod n for a b < n R; r may alias a or b. Product and
-// reduction interleaved, one pass per limb of b.
+// reduction are scanned column by column (the quotient limbs mi computed as
+// their column is reached), so the partial sums stay in registers.
 template <std::uint32_t K>
 void MontMul(Limb* r, const Limb* a, const Limb* b, const MontModulus& m) {
   const Limb* n = m.n;
-  Limb t[K + 1] = {};
+  Limb q[K], t[K];
+  Column acc;
   _Pragma("GCC unroll 32")
   for (std::uint32_t i = 0; i < K; ++i) {
-    const Limb bi = b[i];
-    WideLimb s = static_cast<WideLimb>(a[0]) * bi + t[0];
-    Limb c1 = Hi(s);
-    const Limb mi = Lo(s) * m.n0;
-    WideLimb s2 = static_cast<WideLimb>(mi) * n[0] + Lo(s);
-    Limb c2 = Hi(s2);
     _Pragma("GCC unroll 32")
-    for (std::uint32_t j = 1; j < K; ++j) {
-      s = static_cast<WideLimb>(a[j]) * bi + t[j] + c1;
-      c1 = Hi(s);
-      s2 = static_cast<WideLimb>(mi) * n[j] + Lo(s) + c2;
-      c2 = Hi(s2);
-      t[j - 1] = Lo(s2);
+    for (std::uint32_t j = 0; j < i; ++j) {
+      acc.Add(Product(a[j], b[i - j]));
+      acc.Add(Product(q[j], n[i - j]));
     }
-    s = static_cast<WideLimb>(t[K]) + c1 + c2;
-    t[K - 1] = Lo(s);
-    t[K] = Hi(s);
+    acc.Add(Product(a[i], b[0]));
+    q[i] = Lo(acc.low) * m.n0;
+    acc.Add(Product(q[i], n[0]));
+    acc.Shift();
   }
-  FinalSubtract<K>(r, t, t[K], n);
+  _Pragma("GCC unroll 32")
+  for (std::uint32_t i = K; i < 2 * K - 1; ++i) {
+    _Pragma("GCC unroll 32")
+    for (std::uint32_t j = i - K + 1; j < K; ++j) {
+      acc.Add(Product(a[j], b[i - j]));
+      acc.Add(Product(q[j], n[i - j]));
+    }
+    t[i - K] = acc.Shift();
+  }
+  t[K - 1] = acc.Shift();
+  FinalSubtract<K>(r, t, Lo(acc.low), n);
+  WipeLimbs(q);
   WipeLimbs(t);
 }
 
-// r = a^2 / R mod n for a < n: the square with each cross product once,
-// then the reduction, about three quarters of the work of MontMul.
+// r = a^2 / R mod n for a < n: the same scan with each cross product taken
+// once and doubled.
 template <std::uint32_t K>
 void MontSqr(Limb* r, const Limb* a, const MontModulus& m) {
   const Limb* n = m.n;
-  Limb t[2 * K] = {};
-  _Pragma("GCC unroll 32")
-  for (std::uint32_t i = 0; i + 1 < K; ++i) {
-    Limb c = 0;
+  Limb q[K], t[K];
+  Column acc;
+  // Adds the column's cross products a[j] a[i - j], j < i - j, twice.
+  auto cross = [a, &acc](std::uint32_t i, std::uint32_t from) {
+    Column pairs;
     _Pragma("GCC unroll 32")
-    for (std::uint32_t j = i + 1; j < K; ++j) {
-      const WideLimb s = static_cast<WideLimb>(a[i]) * a[j] + t[i + j] + c;
-      t[i + j] = Lo(s);
-      c = Hi(s);
-    }
-    t[i + K] = c;
-  }
-  // Twice the cross products, plus the squares on the diagonal.
-  Limb shifted_out = 0, c = 0;
+    for (std::uint32_t j = from; 2 * j < i; ++j) pairs.Add(Product(a[j], a[i - j]));
+    // Twice the pairs: at most three limbs since each pair sum is below 2^(3 limbs - 1).
+    const Limb carry = static_cast<Limb>(pairs.low >> (2 * kLimbBits - 1));
+    pairs.top = (pairs.top << 1) | carry;
+    pairs.low <<= 1;
+    acc.Add(pairs.low);
+    acc.top += pairs.top;
+    if (i % 2 == 0) acc.Add(Product(a[i / 2], a[i / 2]));
+  };
   _Pragma("GCC unroll 32")
   for (std::uint32_t i = 0; i < K; ++i) {
-    const WideLimb sq = static_cast<WideLimb>(a[i]) * a[i];
-    const Limb lo = (t[2 * i] << 1) | shifted_out;
-    const Limb hi = (t[2 * i + 1] << 1) | (t[2 * i] >> (kLimbBits - 1));
-    shifted_out = t[2 * i + 1] >> (kLimbBits - 1);
-    WideLimb s = static_cast<WideLimb>(lo) + Lo(sq) + c;
-    t[2 * i] = Lo(s);
-    s = static_cast<WideLimb>(hi) + Hi(sq) + Hi(s);
-    t[2 * i + 1] = Lo(s);
-    c = Hi(s);
-  }
-  Limb top = 0;
-  _Pragma("GCC unroll 32")
-  for (std::uint32_t i = 0; i < K; ++i) {
-    const Limb mi = t[i] * m.n0;
-    Limb cc = 0;
+    cross(i, 0);
     _Pragma("GCC unroll 32")
-    for (std::uint32_t j = 0; j < K; ++j) {
-      const WideLimb s = static_cast<WideLimb>(mi) * n[j] + t[i + j] + cc;
-      t[i + j] = Lo(s);
-      cc = Hi(s);
-    }
-    const WideLimb s = static_cast<WideLimb>(t[i + K]) + cc + top;
-    t[i + K] = Lo(s);
-    top = Hi(s);
+    for (std::uint32_t j = 0; j < i; ++j) acc.Add(Product(q[j], n[i - j]));
+    q[i] = Lo(acc.low) * m.n0;
+    acc.Add(Product(q[i], n[0]));
+    acc.Shift();
   }
-  FinalSubtract<K>(r, t + K, top, n);
+  _Pragma("GCC unroll 32")
+  for (std::uint32_t i = K; i < 2 * K - 1; ++i) {
+    cross(i, i - K + 1);
+    _Pragma("GCC unroll 32")
+    for (std::uint32_t j = i - K + 1; j < K; ++j) acc.Add(Product(q[j], n[i - j]));
+    t[i - K] = acc.Shift();
+  }
+  t[K - 1] = acc.Shift();
+  FinalSubtract<K>(r, t, Lo(acc.low), n);
+  WipeLimbs(q);
   WipeLimbs(t);
 }
 
@@ -230,12 +248,14 @@ void FromMont(NN_DIGIT* a, std::uint32_t digits, const Limb* x, const MontModulu
   ToDigits(a, digits, y, m.k);
 }
 
-// Selects table[w] by reading every entry.
+// Selects table[w] by reading every entry, each under its mask.
 void Select(Limb* out, const Limb (*table)[kMaxLimbs], Limb w, std::uint32_t k) {
-  for (std::uint32_t j = 0; j < k; ++j) out[j] = 0;
-  for (std::uint32_t i = 0; i < kTableSize; ++i) {
-    const Limb mask = EqualMask(i, w);
-    for (std::uint32_t j = 0; j < k; ++j) out[j] |= table[i][j] & mask;
+  Limb mask[kTableSize];
+  for (std::uint32_t i = 0; i < kTableSize; ++i) mask[i] = EqualMask(i, w);
+  for (std::uint32_t j = 0; j < k; ++j) {
+    Limb x = 0;
+    for (std::uint32_t i = 0; i < kTableSize; ++i) x |= table[i][j] & mask[i];
+    out[j] = x;
   }
 }
 
