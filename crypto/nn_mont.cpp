@@ -267,7 +267,7 @@ std::uint32_t LimbBitLength(Limb x) {
 
 }  // namespace
 
-void MontSetup(MontModulus& m, const NN_DIGIT* d, std::uint32_t d_digits, bool secret) noexcept {
+void MontSetup(MontModulus& m, const NN_DIGIT* d, std::uint32_t d_digits) noexcept {
   m.digits = NN_Digits(d, d_digits);
   m.k = LimbsFor(m.digits);
   PickFor(m, std::make_integer_sequence<std::uint32_t, kMaxLimbs>{});
@@ -279,32 +279,23 @@ void MontSetup(MontModulus& m, const NN_DIGIT* d, std::uint32_t d_digits, bool s
   for (int i = 0; i < 5; ++i) inv *= 2 - m.n[0] * inv;
   m.n0 = static_cast<Limb>(0) - inv;
 
-  if (!secret) {
-    Number one_d{}, rr_d{};
-    NN_DIGIT r_d[kMaxLimbs * kDigitsPerLimb + 1] = {};
-    WipeOnExit wipe(one_d, rr_d);
-    r_d[k * kDigitsPerLimb] = 1;
-    NN_Mod(one_d, r_d, k * kDigitsPerLimb + 1, d, m.digits);
-    NN_ModMult(rr_d, one_d, one_d, d, m.digits);
-    ToLimbs(m.one, kMaxLimbs, one_d, m.digits);
-    ToLimbs(m.rr, kMaxLimbs, rr_d, m.digits);
-    return;
-  }
-
-  // R mod n by doubling 2^(bits - 1) < n up to 2^(k x limb bits); then
-  // 2^limb R, and R^2 as its k-th power in Montgomery form.
+  // R mod n by doubling 2^(bits - 1) < n up to 2^(k x limb bits), with
+  // masked subtractions: one doubling for the usual full-length modulus.
   const std::uint32_t bits = (k - 1) * kLimbBits + LimbBitLength(m.n[k - 1]);
   Limb x[kMaxLimbs] = {};
   WipeOnExit wipe(x);
   x[(bits - 1) / kLimbBits] = static_cast<Limb>(1) << ((bits - 1) % kLimbBits);
   for (std::uint32_t i = bits - 1; i < k * kLimbBits; ++i) ModAdd(x, x, x, m);
   Copy(m.one, x, k);
-  for (std::uint32_t i = 0; i < kLimbBits; ++i) ModAdd(x, x, x, m);
-  Copy(m.rr, x, k);
-  for (std::uint32_t bit = LimbBitLength(k) - 1; bit-- > 0;) {
-    m.sqr(m.rr, m.rr, m);
-    if ((k >> bit) & 1) m.mul(m.rr, m.rr, x, m);
+  // R^2 mod n is R in Montgomery form: 2 in Montgomery form raised to the
+  // public power k x limb bits, where a product by 2 is a doubling.
+  ModAdd(x, x, x, m);
+  const std::uint32_t e = k * kLimbBits;
+  for (std::uint32_t bit = LimbBitLength(e) - 1; bit-- > 0;) {
+    m.sqr(x, x, m);
+    if ((e >> bit) & 1) ModAdd(x, x, x, m);
   }
+  Copy(m.rr, x, k);
   for (std::uint32_t j = k; j < kMaxLimbs; ++j) m.one[j] = m.rr[j] = 0;
 }
 
@@ -392,7 +383,7 @@ void NN_ModExp(NN_DIGIT* a, const NN_DIGIT* b, const NN_DIGIT* c, uint32_t cDigi
   }
   kt::crypto::MontModulus m;
   WipeOnExit wipe(m);
-  kt::crypto::MontSetup(m, d, d_digits, true);
+  kt::crypto::MontSetup(m, d, d_digits);
   kt::crypto::MontExp(a, b, dDigits, c, cDigits, m);
   NN_AssignZero(a + m.digits, dDigits - m.digits);
 }

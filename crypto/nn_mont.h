@@ -45,10 +45,9 @@ inline bool MontUsable(const NN_DIGIT* d, std::uint32_t digits) noexcept {
   return significant != 0 && (d[0] & 1) != 0 && (significant > 1 || d[0] > 1);
 }
 
-// Prepares `m` for the odd modulus d (dDigits digits, d > 1). A secret
-// modulus (an RSA prime) gets its constants by branch-free doublings; a
-// public one by long division, which is quicker but reads d's value.
-void MontSetup(MontModulus& m, const NN_DIGIT* d, std::uint32_t d_digits, bool secret) noexcept;
+// Prepares `m` for the odd modulus d (dDigits digits, d > 1), without
+// division and without branches on d's value beyond its bit length.
+void MontSetup(MontModulus& m, const NN_DIGIT* d, std::uint32_t d_digits) noexcept;
 
 // a (m.digits digits) = b^c mod n, b of b_digits digits and of any size.
 // In the constant-time form nothing depends on c's bits beyond c_digits; the

@@ -222,7 +222,7 @@ uint32_t RSAPublicBlock(unsigned char* output, uint32_t* outputLen, const unsign
   if (kt::crypto::MontUsable(n, n_digits)) {
     // The exponent is public: the variable-time square-and-multiply suits it.
     kt::crypto::MontModulus mn;
-    kt::crypto::MontSetup(mn, n, n_digits, false);
+    kt::crypto::MontSetup(mn, n, n_digits);
     kt::crypto::MontExpPublic(m, c, n_digits, e, e_digits, mn);
   } else {
     NN_ModExp(m, c, e, e_digits, n, n_digits);
@@ -259,8 +259,8 @@ uint32_t RSAPrivateBlock(unsigned char* output, uint32_t* outputLen, const unsig
     // itself, without division.
     kt::crypto::MontModulus mp_modulus, mq_modulus;
     WipeOnExit wipe_moduli(mp_modulus, mq_modulus);
-    kt::crypto::MontSetup(mp_modulus, p, p_digits, true);
-    kt::crypto::MontSetup(mq_modulus, q, p_digits, true);
+    kt::crypto::MontSetup(mp_modulus, p, p_digits);
+    kt::crypto::MontSetup(mq_modulus, q, p_digits);
     kt::crypto::MontExp(mp, c, n_digits, dp, p_digits, mp_modulus);
     kt::crypto::MontExp(mq, c, n_digits, dq, p_digits, mq_modulus);
 
