@@ -19,6 +19,14 @@ run_suite() {
 }
 
 run_suite normal -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKT_BUILD_BENCHMARKS=ON
+
+# Constant-time check: Memcheck reports any branch or address that depends
+# on the secret exponents, which the program marks undefined.
+ct_check="$root/build/normal/tests/kt_ct_check"
+if command -v valgrind >/dev/null && [ -x "$ct_check" ]; then
+  echo "=== constant-time check (valgrind) ==="
+  valgrind -q --error-exitcode=1 "$ct_check"
+fi
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
   run_suite sanitize -DCMAKE_BUILD_TYPE=Debug -DKT_SANITIZE=ON
 
