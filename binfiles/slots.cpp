@@ -33,7 +33,7 @@ FichierBinaire g_reserved_mark{};
 
 std::array<FichierBinaire*, kFileCount> g_fichiers{};  // fichiers: the slot table
 bool g_initialise = false;                             // the table has been cleared
-long g_position_taille_table = 0;                      // lPositionTailleTable
+kt::io::Offset g_position_taille_table = 0;            // lPositionTailleTable
 
 bool IsReserved(const FichierBinaire* entry) { return entry == &g_reserved_mark; }
 
@@ -91,14 +91,17 @@ void Reset() {
   g_initialise = false;
   g_position_taille_table = 0;
 }
-[[maybe_unused]] const bool g_registered = kt::testing::RegisterReset(&Reset);
 
 }  // namespace
 
-long PendingTablePosition() noexcept { return g_position_taille_table; }
-void SetPendingTablePosition(long position) noexcept { g_position_taille_table = position; }
+kt::io::Offset PendingTablePosition() noexcept { return g_position_taille_table; }
+void SetPendingTablePosition(kt::io::Offset position) noexcept {
+  g_position_taille_table = position;
+}
 
 }  // namespace kt::binfiles
+
+void kt::testing::ResetFileSlots() noexcept { kt::binfiles::Reset(); }
 
 using kt::binfiles::g_fichiers;
 using kt::binfiles::Text;
@@ -379,7 +382,7 @@ uint16_t KT_usLirePositionFichier(uint16_t usNumFichier, int32_t* plPosition) {
   if (plPosition == nullptr || usRechercherFichier(usNumFichier, &file) != KT_OK) {
     return us = KT_FAIL(KT_ERR_FICHIER);
   }
-  const long position = kt::io::Tell(file->pfFichier);
+  const kt::io::Offset position = kt::io::Tell(file->pfFichier);
   if (position < 0) return us = KT_FAIL(KT_ERR_FICHIER);
   *plPosition = static_cast<int32_t>(position);
   return us;
@@ -394,10 +397,10 @@ uint16_t KT_usLireFichierBinaire(uint16_t usNumFichier, uint32_t ulOffset, uint3
     return us = KT_FAIL(KT_ERR_FICHIER);
   }
   *ppucBuffer = nullptr;
-  const long saved = kt::io::Tell(file->pfFichier);
+  const kt::io::Offset saved = kt::io::Tell(file->pfFichier);
   if (saved < 0) return us = KT_FAIL(KT_ERR_FICHIER);
 
-  if (kt::io::Seek(file->pfFichier, static_cast<long>(ulOffset), SEEK_SET) != 0) {
+  if (kt::io::Seek(file->pfFichier, static_cast<kt::io::Offset>(ulOffset), SEEK_SET) != 0) {
     us = KT_FAIL(KT_ERR_FICHIER);
   }
   if (us == KT_OK) {

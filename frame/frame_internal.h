@@ -47,11 +47,14 @@ void ForgetFailedSites();
 // Streams and descriptors opened through the seam and not yet closed.
 int OpenHandles();
 
-// Clears every process-wide table of the library (zones, file slots, traces,
-// dictionary) between tests. Each subsystem registers its own reset at load.
-using ResetFunction = void (*)();
-bool RegisterReset(ResetFunction reset);
+// Clears every process-wide table of the library between tests: disarms the
+// faults, then resets each subsystem below, in this order.
 void ResetAll();
+void ResetTraces() noexcept;     // traces/trace_file.cpp
+void ResetStartup() noexcept;    // frame/startup.cpp
+void ResetFileSlots() noexcept;  // binfiles/slots.cpp
+void ResetDictionary() noexcept; // dictionary/tables.cpp
+void ResetZones() noexcept;      // zones/zone_table.cpp
 
 }  // namespace kt::testing
 
@@ -97,8 +100,11 @@ std::size_t Read(void* buffer, std::size_t size, std::size_t count, std::FILE* s
                  Site site = Site::current()) noexcept;
 std::size_t Write(const void* buffer, std::size_t size, std::size_t count, std::FILE* stream,
                   Site site = Site::current()) noexcept;
-int Seek(std::FILE* stream, long offset, int origin, Site site = Site::current()) noexcept;
-long Tell(std::FILE* stream, Site site = Site::current()) noexcept;
+// Positions are 64-bit on every host (fseeko and ftello over a 64-bit
+// off_t): a 32-bit host seeks and tells as far as a 64-bit one.
+using Offset = std::int64_t;
+int Seek(std::FILE* stream, Offset offset, int origin, Site site = Site::current()) noexcept;
+Offset Tell(std::FILE* stream, Site site = Site::current()) noexcept;
 int GetChar(std::FILE* stream, Site site = Site::current()) noexcept;
 int PutChar(int c, std::FILE* stream, Site site = Site::current()) noexcept;
 

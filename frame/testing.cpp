@@ -53,10 +53,6 @@ bool Consume(FaultState& f, Fault fault) {
   return true;
 }
 
-constexpr int kMaxResets = 16;
-std::array<ResetFunction, kMaxResets> g_resets{};
-int g_reset_count = 0;
-
 void RecomputeAnyArmed() {
   g_any_armed = false;
   for (const FaultState& f : g_faults) g_any_armed = g_any_armed || f.delay >= 0;
@@ -89,16 +85,14 @@ FailedSite FailedSiteAt(int index) { return g_sites[index]; }
 FailedSite LastFailedSite() { return g_last_site; }
 void ForgetFailedSites() { g_site_count = 0; }
 
-bool RegisterReset(ResetFunction reset) {
-  if (g_reset_count >= kMaxResets) return false;
-  g_resets[g_reset_count++] = reset;
-  return true;
-}
-
 void ResetAll() {
   DisarmAllFaults();
   io::ResetSeam();
-  for (int i = 0; i < g_reset_count; ++i) g_resets[i]();
+  ResetTraces();
+  ResetStartup();
+  ResetFileSlots();
+  ResetDictionary();
+  ResetZones();
 }
 
 }  // namespace kt::testing
