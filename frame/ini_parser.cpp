@@ -339,20 +339,22 @@ bool ReplaceTarget(const char* temporary, const char* target) {
   return ok;
 }
 
-// Creates the target with its two lines through the temporary file, so that
-// a failure never leaves a half-written target behind.
-bool CreateIniFile(const char* temporary, const char* target, const char* section,
-                   const char* key, const char* value) {
-  std::FILE* out = kt::io::Open(temporary, "w");
+// Creates the target with its two lines through a copy beside it, renamed
+// over it when complete, so that a failure never leaves a half-written
+// target behind. The copy lies in the target's own directory, which must be
+// writable for the creation anyway: the preferences directory need not be.
+bool CreateIniFile(const char* target, const char* section, const char* key,
+                   const char* value) {
+  PathBuffer sibling;
+  const int length = std::snprintf(sibling, kPathCapacity, "%s%s", target, kSiblingSuffix);
+  if (length < 0 || static_cast<std::size_t>(length) >= kPathCapacity) return false;
+  std::FILE* out = kt::io::Open(sibling, "w");
   if (out == nullptr) return false;
   bool ok = kt::io::Printf(out, "[%s]\n", section) >= 0;
   ok = ok && kt::io::Printf(out, "%s=%s\n", key, value) >= 0;
-  ok = Finish(out) && ok;
-  if (!ok) {
-    (void)kt::io::Unlink(temporary);
-    return false;
-  }
-  return ReplaceTarget(temporary, target);
+  ok = Finish(out) && ok && kt::io::Rename(sibling, target) == 0;
+  if (!ok) (void)kt::io::Unlink(sibling);
+  return ok;
 }
 
 // Writers take turns, since they all copy through the one temporary file: a
@@ -510,7 +512,7 @@ uint8_t WriteIniString(const char* pcSection, const char* pcCle, const char* pcV
     // Only a file that is not there is created: one that exists but cannot
     // be read must not be emptied.
     if (errno != ENOENT) return 0;
-    return CreateIniFile(temporary, target, pcSection, pcCle, pcValeur) ? 1 : 0;
+    return CreateIniFile(target, pcSection, pcCle, pcValeur) ? 1 : 0;
   }
   std::FILE* out = kt::io::Open(temporary, "w");
   if (out == nullptr) {
