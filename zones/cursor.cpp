@@ -129,6 +129,7 @@ std::uint16_t ReadCounter(std::uint16_t zone, std::uint16_t* count) {
 }  // namespace kt::zones
 
 uint16_t KT_usPositionnerDebut(uint16_t usZone) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   ZoneRecord* z = nullptr;
   const std::uint16_t us = FindStructuredZone(usZone, &z);
   if (us != KT_OK) return us;
@@ -137,6 +138,7 @@ uint16_t KT_usPositionnerDebut(uint16_t usZone) {
 }
 
 uint16_t KT_usPositionnerFin(uint16_t usZone, uint8_t bCompterChamps) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   ZoneRecord* z = nullptr;
   std::uint16_t us = FindStructuredZone(usZone, &z);
   if (us != KT_OK) return us;
@@ -155,6 +157,7 @@ uint16_t KT_usPositionnerFin(uint16_t usZone, uint8_t bCompterChamps) {
 
 uint16_t KT_usAvancerGroupeSuivant(uint16_t usZone, uint16_t usNombre, uint8_t bCompterChamps,
                                    uint16_t* pusIdentifiant) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   ZoneRecord* z = nullptr;
   std::uint16_t us = FindStructuredZone(usZone, &z);
   // A count of 0 acts as 1.
@@ -166,6 +169,7 @@ uint16_t KT_usAvancerGroupeSuivant(uint16_t usZone, uint16_t usNombre, uint8_t b
 
 uint16_t KT_usAvancerChampSuivant(uint16_t usZone, uint16_t usNombre, uint16_t* pusNumero,
                                   uint8_t** ppucDonnees, uint32_t* pulLongueur) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   ZoneRecord* z = nullptr;
   std::uint16_t us = FindStructuredZone(usZone, &z);
   for (std::uint32_t i = 0; us == KT_OK && (i == 0 || i < usNombre); ++i) {
@@ -176,6 +180,7 @@ uint16_t KT_usAvancerChampSuivant(uint16_t usZone, uint16_t usNombre, uint16_t* 
 
 uint16_t KT_usRechercherGroupeSuivant(uint16_t usZone, uint16_t usIdentifiant,
                                       uint16_t usOccurrence, uint8_t bCompterChamps) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   ZoneRecord* z = nullptr;
   std::uint16_t us = FindStructuredZone(usZone, &z);
   if (us != KT_OK) return us;
@@ -199,6 +204,7 @@ uint16_t KT_usRechercherGroupeSuivant(uint16_t usZone, uint16_t usIdentifiant,
 
 uint16_t KT_usRechercherGroupe(uint16_t usZone, uint16_t usIdentifiant, uint16_t usOccurrence,
                                uint8_t bCompterChamps) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   std::uint16_t us = KT_OK;
   KT_TRACE(kTraceEnter, "KT_usRechercherGroupe");
   ExitTrace exit{kTraceSub, "cr = 0x%04X", &us};
@@ -214,6 +220,7 @@ uint16_t KT_usRechercherGroupe(uint16_t usZone, uint16_t usIdentifiant, uint16_t
 uint16_t KT_usRechercherChamp(uint16_t usZone, uint16_t usIdentifiant, uint16_t usOccurrence,
                               uint16_t usNumero, uint8_t bCompterChamps, uint8_t** ppucDonnees,
                               uint32_t* pulLongueur) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   std::uint16_t us = KT_OK;
   KT_TRACE(kTraceEnter,
            "KT_usRechercherChamp: identifiant = %u, occurrenceGroupe = %u, numero = %u",
@@ -239,6 +246,7 @@ uint16_t KT_usRechercherChamp(uint16_t usZone, uint16_t usIdentifiant, uint16_t 
 
 uint16_t KT_usLireGroupeSuivant(uint16_t usZone, uint8_t bCompterChamps, uint16_t* pusIdentifiant,
                                 uint16_t* pusOccurrence) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   ZoneRecord* z = nullptr;
   std::uint16_t us = FindStructuredZone(usZone, &z);
   if (us != KT_OK) return us;
@@ -275,9 +283,11 @@ uint16_t KT_usLireGroupeSuivant(uint16_t usZone, uint8_t bCompterChamps, uint16_
 }
 
 uint16_t KT_usLireCompteurGroupe(uint16_t usZone, uint16_t* pusCompteur) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   return kt::zones::ReadCounter<&ZoneRecord::compteurGroupe>(usZone, pusCompteur);
 }
 
 uint16_t KT_usLireCompteurChamp(uint16_t usZone, uint16_t* pusCompteur) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   return kt::zones::ReadCounter<&ZoneRecord::compteurChamp>(usZone, pusCompteur);
 }

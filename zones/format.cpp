@@ -13,11 +13,13 @@
 // Sums are 16-bit. Fields are matched to records by position only.
 #include <cstring>
 
+#include "frame/locks.h"
 #include "frame/support.h"
 #include "kt_checks.h"
 #include "kt_dictionary.h"
 #include "kt_zones.h"
 #include "traces/traces_internal.h"
+#include "zones/zones_internal.h"
 
 namespace {
 
@@ -57,6 +59,10 @@ enum class Outcome { kNext, kEnd, kReturnNow };
 }  // namespace
 
 uint16_t KT_usControlerFormatZoneMemoire(uint16_t usZone) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
+  // One hold of the dictionary for the whole control: a stop cannot release
+  // the tables between two of its queries.
+  const kt::frame::DictionaryReadGuard dictionary;
   KT_TRACE(kTraceEnter, "KT_usControlerFormatZoneMemoire");
   std::uint16_t us = KT_usControlerSyntaxeZoneMemoire(usZone);
   if (us == KT_OK) us = KT_usPositionnerDebut(usZone);

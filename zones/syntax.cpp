@@ -56,6 +56,7 @@ std::uint16_t CheckFields(std::uint16_t zone, const ZoneRecord& z, std::uint32_t
 }  // namespace kt::zones
 
 uint16_t KT_usControlerSyntaxeZoneMemoire(uint16_t usZone) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   std::uint16_t us = KT_OK;
   KT_TRACE(kTraceEnter, "KT_usControlerSyntaxeZoneMemoire");
   ExitTrace exit{kTraceSub, "KT_usControlerSyntaxeZoneMemoire usResultat = 0x%04x", &us};

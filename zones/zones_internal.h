@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "frame/locks.h"
 #include "frame/support.h"
 #include "kt_zones.h"
 
@@ -43,7 +44,13 @@ struct ZoneRecord {
 };
 static_assert(sizeof(ZoneRecord) == 56, "zone record layout");
 
+// The lock that serialises the calls on one zone: every public operation on
+// a zone number holds it for its whole call. Calls on different zones never
+// wait on each other; a number above 99 has none (null).
+frame::SlotLock* ZoneLock(std::uint16_t zone) noexcept;
+
 // The record of a used slot, or null for a number above 99 or a free slot.
+// The caller holds the zone's lock.
 ZoneRecord* FindZone(std::uint16_t zone) noexcept;
 
 // The record of a structured zone: KT_ERR_NUMERO_INCONNU for a bad number,
