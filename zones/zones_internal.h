@@ -57,6 +57,14 @@ ZoneRecord* FindZone(std::uint16_t zone) noexcept;
 // KT_ERR_MODE for a raw zone.
 [[nodiscard]] std::uint16_t FindStructuredZone(std::uint16_t zone, ZoneRecord** record) noexcept;
 
+// KT_usAvancerGroupeSuivant and KT_usAvancerChampSuivant on a structured
+// zone whose lock the caller holds: the zone's own operations step with
+// these rather than through the public calls.
+std::uint16_t AdvanceGroups(ZoneRecord& z, std::uint16_t count, std::uint8_t count_fields,
+                            std::uint16_t* identifier) noexcept;
+std::uint16_t AdvanceFields(ZoneRecord& z, std::uint16_t count, std::uint16_t* number,
+                            std::uint8_t** value, std::uint32_t* length) noexcept;
+
 // Clears the cursor (the start of the zone).
 void ClearCursor(ZoneRecord& z) noexcept;
 
