@@ -111,7 +111,6 @@ void Reset() {
   g_initialise.store(false, std::memory_order_relaxed);
   t_position_taille_table = 0;
 }
-[[maybe_unused]] const bool g_registered = kt::testing::RegisterReset(&Reset);
 
 }  // namespace
 
@@ -123,6 +122,8 @@ frame::SlotLock* FileLock(std::uint16_t number) noexcept {
 }
 
 }  // namespace kt::binfiles
+
+void kt::testing::ResetFileSlots() noexcept { kt::binfiles::Reset(); }
 
 using kt::binfiles::g_fichiers;
 using kt::binfiles::Text;

@@ -88,7 +88,6 @@ void Reset() {
   t_indentation = 0;
   ClearPairs();
 }
-[[maybe_unused]] const bool g_registered = kt::testing::RegisterReset(&Reset);
 
 // One event of KT_TraceEcrire2, under the mutex with the stream open.
 void WriteEvent(std::uint16_t module, std::uint16_t sub_module, std::uint16_t type,
@@ -164,6 +163,8 @@ void Locked() {
 std::uint8_t Depth() noexcept { return t_indentation; }
 
 }  // namespace kt::traces
+
+void kt::testing::ResetTraces() noexcept { kt::traces::Reset(); }
 
 using kt::traces::g_fichier;
 using kt::traces::g_trace_mutex;

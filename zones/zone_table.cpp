@@ -31,7 +31,6 @@ void Reset() {
     record.store(nullptr, std::memory_order_relaxed);
   }
 }
-[[maybe_unused]] const bool g_registered = kt::testing::RegisterReset(&Reset);
 
 // Takes the lowest free slot with a new cleared record, and holds the slot's
 // lock in `guard`; null when no slot is free or memory runs out.
@@ -119,6 +118,8 @@ void ClearCursor(ZoneRecord& z) noexcept {
 }
 
 }  // namespace kt::zones
+
+void kt::testing::ResetZones() noexcept { kt::zones::Reset(); }
 
 using namespace kt::traces;
 using kt::zones::FindZone;
