@@ -116,7 +116,7 @@ uint16_t ReadBlock(std::uint16_t number, std::uint8_t* buffer, std::uint32_t cap
 // Bytes left between the stream's position and its end; 0 when either
 // cannot be told.
 std::uint32_t BytesLeft(std::FILE* stream) {
-  const long here = kt::io::Tell(stream);
+  const kt::io::Offset here = kt::io::Tell(stream);
   std::uint32_t length = 0;
   if (here < 0 || KT_usLongueurFichier(stream, &length) != KT_OK) return 0;
   return length > static_cast<std::uint32_t>(here) ? length - static_cast<std::uint32_t>(here) : 0;

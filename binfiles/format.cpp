@@ -184,7 +184,7 @@ uint16_t usLireCommentaire(uint16_t usNumFichier, char* pcCommentaire) {
   if (us != KT_OK) return us;
 
   std::FILE* stream = file->pfFichier;
-  const long start = kt::io::Tell(stream);
+  const kt::io::Offset start = kt::io::Tell(stream);
   if (start < 0) return us = KT_FAIL(KT_ERR_FIN_FICHIER);
   uint32_t count = 0;
   for (int c = kt::io::GetChar(stream); c != kCarriageReturn; c = kt::io::GetChar(stream)) {

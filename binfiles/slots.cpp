@@ -41,10 +41,10 @@ namespace {
 FichierBinaire g_reserved_mark{};
 
 std::array<std::atomic<FichierBinaire*>, kFileCount> g_fichiers{};  // fichiers: the slot table
-frame::SlotLocks<kFileCount> g_locks;                                // entry k - 1 for number k
-std::atomic<bool> g_initialise{false};          // the table has been cleared
-std::mutex g_initialise_mutex;                  // the first clearing of the table
-thread_local long t_position_taille_table = 0;  // lPositionTailleTable
+frame::SlotLocks<kFileCount> g_locks;                     // entry k - 1 for number k
+std::atomic<bool> g_initialise{false};                    // the table has been cleared
+std::mutex g_initialise_mutex;                            // the first clearing of the table
+thread_local kt::io::Offset t_position_taille_table = 0;  // lPositionTailleTable
 
 FichierBinaire* Entry(std::uint16_t number) {
   return g_fichiers[number - 1].load(std::memory_order_acquire);
@@ -114,8 +114,10 @@ void Reset() {
 
 }  // namespace
 
-long PendingTablePosition() noexcept { return t_position_taille_table; }
-void SetPendingTablePosition(long position) noexcept { t_position_taille_table = position; }
+kt::io::Offset PendingTablePosition() noexcept { return t_position_taille_table; }
+void SetPendingTablePosition(kt::io::Offset position) noexcept {
+  t_position_taille_table = position;
+}
 
 frame::SlotLock* FileLock(std::uint16_t number) noexcept {
   return number == 0 ? nullptr : g_locks.At(number - 1U);
@@ -421,7 +423,7 @@ uint16_t KT_usLirePositionFichier(uint16_t usNumFichier, int32_t* plPosition) {
   if (plPosition == nullptr || usRechercherFichier(usNumFichier, &file) != KT_OK) {
     return us = KT_FAIL(KT_ERR_FICHIER);
   }
-  const long position = kt::io::Tell(file->pfFichier);
+  const kt::io::Offset position = kt::io::Tell(file->pfFichier);
   if (position < 0) return us = KT_FAIL(KT_ERR_FICHIER);
   *plPosition = static_cast<int32_t>(position);
   return us;
@@ -437,10 +439,10 @@ uint16_t KT_usLireFichierBinaire(uint16_t usNumFichier, uint32_t ulOffset, uint3
     return us = KT_FAIL(KT_ERR_FICHIER);
   }
   *ppucBuffer = nullptr;
-  const long saved = kt::io::Tell(file->pfFichier);
+  const kt::io::Offset saved = kt::io::Tell(file->pfFichier);
   if (saved < 0) return us = KT_FAIL(KT_ERR_FICHIER);
 
-  if (kt::io::Seek(file->pfFichier, static_cast<long>(ulOffset), SEEK_SET) != 0) {
+  if (kt::io::Seek(file->pfFichier, static_cast<kt::io::Offset>(ulOffset), SEEK_SET) != 0) {
     us = KT_FAIL(KT_ERR_FICHIER);
   }
   if (us == KT_OK) {

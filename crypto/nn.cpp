@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "crypto/crypto_internal.h"
+#include "crypto/nn_mont.h"
 
 namespace kt::crypto {
 namespace {
@@ -110,13 +111,16 @@ using kt::WipeOnExit;
 using kt::crypto::kDigitBits;
 using kt::crypto::kMaxDigits;
 
-/* see kt_crypto.h */
-void NN_ModExp(NN_DIGIT* a, const NN_DIGIT* b, const NN_DIGIT* c, uint32_t cDigits,
-               const NN_DIGIT* d, uint32_t dDigits) {
+// The classic 2-bit window with division after every product: the path for
+// even moduli, which Montgomery reduction cannot take. It skips leading zero
+// bits and multiplies only for non-zero windows, so it is not constant-time.
+void kt::crypto::ModExpByDivision(NN_DIGIT* a, const NN_DIGIT* b, const NN_DIGIT* c,
+                                  uint32_t cDigits, const NN_DIGIT* d,
+                                  uint32_t dDigits) noexcept {
   using kt::crypto::ModMultCore;
-  if (dDigits > kMaxDigits) return;  // beyond capacity
   // One scratch for every product and reduction, cleared once at the end.
-  NN_DIGIT b_power[3][kMaxDigits];
+  // The powers start cleared: a zero modulus leaves them unwritten.
+  NN_DIGIT b_power[3][kMaxDigits] = {};
   kt::crypto::Number t;
   kt::crypto::ModMultScratch scratch;
   WipeOnExit wipe(b_power, t, scratch);

@@ -74,8 +74,11 @@ int Close(std::FILE* stream) noexcept;
 std::size_t Read(void* buffer, std::size_t size, std::size_t count, std::FILE* stream) noexcept;
 std::size_t Write(const void* buffer, std::size_t size, std::size_t count,
                   std::FILE* stream) noexcept;
-int Seek(std::FILE* stream, long offset, int origin) noexcept;
-long Tell(std::FILE* stream) noexcept;
+// Positions are 64-bit on every host (fseeko and ftello over a 64-bit
+// off_t): a 32-bit host seeks and tells as far as a 64-bit one.
+using Offset = std::int64_t;
+int Seek(std::FILE* stream, Offset offset, int origin) noexcept;
+Offset Tell(std::FILE* stream) noexcept;
 int GetChar(std::FILE* stream) noexcept;
 int PutChar(int c, std::FILE* stream) noexcept;
 int Printf(std::FILE* stream, const char* format, ...) noexcept KT_PRINTF(2, 3);

@@ -42,7 +42,12 @@ struct ZoneRecord {
   std::uint16_t compteurGroupe;       // groups stepped onto since the last start
   std::uint16_t compteurChamp;        // fields stepped onto since the last start
 };
-static_assert(sizeof(ZoneRecord) == 56, "zone record layout");
+// A pointer, ten 32-bit and four 16-bit members, padded only at the end:
+// 56 bytes with 64-bit pointers, 52 with 32-bit ones.
+static_assert(sizeof(ZoneRecord) ==
+                  (sizeof(std::uint8_t*) + 10 * 4 + 4 * 2 + alignof(ZoneRecord) - 1) /
+                      alignof(ZoneRecord) * alignof(ZoneRecord),
+              "zone record layout");
 
 // The lock that serialises the calls on one zone: every public operation on
 // a zone number holds it for its whole call. Calls on different zones never
