@@ -66,7 +66,7 @@ using kt::binfiles::CallTrace;
 
 uint16_t usCalculerCRC16(FILE* pfFichier, uint16_t* pusCRC) {
   if (pfFichier == nullptr || pusCRC == nullptr) return KT_FAIL(KT_ERR_ARGUMENT);
-  const long saved = kt::io::Tell(pfFichier);
+  const kt::io::Offset saved = kt::io::Tell(pfFichier);
   if (saved < 0) return KT_FAIL(KT_ERR_FICHIER);
   // The one place that fails with a bare 1.
   if (kt::io::Seek(pfFichier, kt::binfiles::kCrcFieldBytes, SEEK_SET) != 0) {
@@ -94,13 +94,14 @@ uint16_t usEcrireCRC(FILE* pfFichier, uint16_t usCRC) {
 }
 
 uint16_t usLireCRC(uint16_t usNumFichier, uint16_t* pusCRC) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
   us = kt::binfiles::FindFile(usNumFichier, &file, pusCRC != nullptr);
   if (us != KT_OK) return us;
 
-  const long saved = kt::io::Tell(file->pfFichier);
+  const kt::io::Offset saved = kt::io::Tell(file->pfFichier);
   if (saved < 0) return us = KT_FAIL(KT_ERR_FICHIER);
   std::array<uint8_t, kCrcDigits> digits{};
   if (kt::io::Seek(file->pfFichier, 0L, SEEK_SET) != 0 ||

@@ -93,6 +93,7 @@ using namespace kt::traces;
 const char CRC16_FICTIF[5] = "0000";
 
 uint16_t usEcrireEnteteFichierBinaire(uint16_t usNumFichier, const char* pcEntete) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
@@ -135,6 +136,7 @@ uint16_t usEcrireEnteteFichierBinaire(uint16_t usNumFichier, const char* pcEntet
 }
 
 uint16_t usLireEnteteFichierBinaire(uint16_t usNumFichier, char* pcEntete) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
@@ -174,6 +176,7 @@ uint16_t usLireEnteteFichierBinaire(uint16_t usNumFichier, char* pcEntete) {
 }
 
 uint16_t usLireCommentaire(uint16_t usNumFichier, char* pcCommentaire) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
@@ -181,7 +184,7 @@ uint16_t usLireCommentaire(uint16_t usNumFichier, char* pcCommentaire) {
   if (us != KT_OK) return us;
 
   std::FILE* stream = file->pfFichier;
-  const long start = kt::io::Tell(stream);
+  const kt::io::Offset start = kt::io::Tell(stream);
   if (start < 0) return us = KT_FAIL(KT_ERR_FIN_FICHIER);
   uint32_t count = 0;
   for (int c = kt::io::GetChar(stream); c != kCarriageReturn; c = kt::io::GetChar(stream)) {

@@ -15,10 +15,10 @@ using namespace kt::traces;
 
 uint16_t KT_usLongueurFichier(FILE* pfFichier, uint32_t* pulLongueur) {
   if (pfFichier == nullptr || pulLongueur == nullptr) return KT_FAIL(KT_ERR_ARGUMENT);
-  const long position = kt::io::Tell(pfFichier);
+  const kt::io::Offset position = kt::io::Tell(pfFichier);
   if (position == -1L) return KT_FAIL(KT_ERR_FICHIER);
   if (kt::io::Seek(pfFichier, 0L, SEEK_END) != 0) return KT_FAIL(KT_ERR_FICHIER);
-  const long end = kt::io::Tell(pfFichier);
+  const kt::io::Offset end = kt::io::Tell(pfFichier);
   *pulLongueur = static_cast<uint32_t>(end);  // stored before the check, as callers expect
   if (end == -1L) return KT_FAIL(KT_ERR_FICHIER);
   // 0 on success; a failed seek back gives 0xFFFF, which callers treat as an error.

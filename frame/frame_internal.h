@@ -1,6 +1,7 @@
 // What the frame's files share with the rest of the library: the stream seam
-// through which every stdio call of the library goes, the fault injection
-// that tests arm through it, the memory totals and the preferences directory.
+// through which every stdio call of the library but the trace file's goes,
+// the fault injection that tests arm through it, the memory totals and the
+// preferences directory.
 // Never included from include/.
 #ifndef KT_FRAME_FRAME_INTERNAL_H_
 #define KT_FRAME_FRAME_INTERNAL_H_
@@ -25,11 +26,14 @@ void DisarmAllFaults();
 // Number of calls of that kind since the last arming (for fault loops).
 int FaultCallsSeen(Fault fault);
 
-// Clears every process-wide table of the library (zones, file slots, traces,
-// dictionary) between tests. Each subsystem registers its own reset at load.
-using ResetFunction = void (*)();
-bool RegisterReset(ResetFunction reset);
+// Clears every process-wide table of the library between tests: disarms the
+// faults, then resets each subsystem below, in this order.
 void ResetAll();
+void ResetTraces() noexcept;     // traces/trace_file.cpp
+void ResetStartup() noexcept;    // frame/startup.cpp
+void ResetFileSlots() noexcept;  // binfiles/slots.cpp
+void ResetDictionary() noexcept; // dictionary/tables.cpp
+void ResetZones() noexcept;      // zones/zone_table.cpp
 
 }  // namespace kt::testing
 
@@ -57,7 +61,11 @@ std::uint16_t LoadCount() noexcept;
 }  // namespace kt::frame
 
 // Every stream call of the library goes through here, so that tests can make
-// any open, read, write, seek or close fail.
+// any open, read, write, seek or close fail; all but the trace file's. The
+// trace file calls stdio directly on purpose: an armed fault must hit the
+// n-th call of the operation under test whether tracing is on or off, never
+// a trace line, and a trace line must not report a failure the test set up
+// for the traced operation.
 namespace kt::io {
 
 std::FILE* Open(const char* path, const char* mode) noexcept;
@@ -66,8 +74,11 @@ int Close(std::FILE* stream) noexcept;
 std::size_t Read(void* buffer, std::size_t size, std::size_t count, std::FILE* stream) noexcept;
 std::size_t Write(const void* buffer, std::size_t size, std::size_t count,
                   std::FILE* stream) noexcept;
-int Seek(std::FILE* stream, long offset, int origin) noexcept;
-long Tell(std::FILE* stream) noexcept;
+// Positions are 64-bit on every host (fseeko and ftello over a 64-bit
+// off_t): a 32-bit host seeks and tells as far as a 64-bit one.
+using Offset = std::int64_t;
+int Seek(std::FILE* stream, Offset offset, int origin) noexcept;
+Offset Tell(std::FILE* stream) noexcept;
 int GetChar(std::FILE* stream) noexcept;
 int PutChar(int c, std::FILE* stream) noexcept;
 int Printf(std::FILE* stream, const char* format, ...) noexcept KT_PRINTF(2, 3);

@@ -10,11 +10,16 @@
 // checks; here names are compared where they stand, paths are checked
 // against a larger bound and lines grow as needed, so every file that fitted
 // those buffers gives the same result and longer ones stay memory-safe.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <mutex>
 
 #include "frame/frame_internal.h"
 #include "frame/support.h"
@@ -30,6 +35,9 @@ using PathBuffer = char[kPathCapacity];
 constexpr std::size_t kLineCapacity = 256;
 
 constexpr const char* kTemporaryName = "WriteIniTmp.txt";
+// Lock file of the writers, beside the temporary file; as long a name, so
+// that it fits wherever the temporary does.
+constexpr const char* kLockName = "WriteIniTmp.lck";
 // Suffix of the copy made beside the target when the temporary file lies on
 // another file system.
 constexpr const char* kSiblingSuffix = "~WriteIniTmp";
@@ -341,6 +349,43 @@ bool ReplaceTarget(const char* temporary, const char* target) {
   return ok;
 }
 
+// Writers take turns, since they all copy through the one temporary file: a
+// mutex orders the threads of this process, and an flock on the lock file
+// beside the temporary orders every process that uses the same preferences
+// directory. The lock file stays: removing it would let a writer that
+// opened it earlier lock a name that no longer leads to it. When it cannot
+// be opened or locked (a directory without write rights, a file system
+// without flock) the writer goes on under the mutex alone, as it did before
+// there was a lock; without write rights the temporary cannot be made
+// either, so the write fails as it always did. The lock is not a file the
+// writer reads or writes, so it bypasses the stream seam.
+std::mutex g_writers;
+
+class WriterTurn {
+ public:
+  explicit WriterTurn(const char* lock_path) : turn_(g_writers) {
+    descriptor_ = ::open(lock_path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (descriptor_ < 0) descriptor_ = ::open(lock_path, O_RDONLY | O_CLOEXEC);
+    if (descriptor_ < 0) return;
+    int locked;
+    while ((locked = ::flock(descriptor_, LOCK_EX)) != 0 && errno == EINTR) {
+    }
+    if (locked != 0) Release();
+  }
+  ~WriterTurn() { Release(); }
+  WriterTurn(const WriterTurn&) = delete;
+  WriterTurn& operator=(const WriterTurn&) = delete;
+
+ private:
+  void Release() {
+    if (descriptor_ >= 0) (void)::close(descriptor_);  // closing unlocks
+    descriptor_ = -1;
+  }
+
+  std::lock_guard<std::mutex> turn_;
+  int descriptor_ = -1;
+};
+
 }  // namespace
 }  // namespace kt::frame
 
@@ -447,9 +492,15 @@ uint8_t WriteIniString(const char* pcSection, const char* pcCle, const char* pcV
   }
   PathBuffer target;
   PathBuffer temporary;
-  if (!BuildIniPath(pcFichier, target) || !BuildIniPath(kTemporaryName, temporary)) return 0;
-  // Copying the temporary file onto itself would empty it.
-  if (std::strcmp(target, temporary) == 0) return 0;
+  PathBuffer lock;
+  if (!BuildIniPath(pcFichier, target) || !BuildIniPath(kTemporaryName, temporary) ||
+      !BuildIniPath(kLockName, lock)) {
+    return 0;
+  }
+  // Copying the temporary file onto itself would empty it, and a file put
+  // in place of the lock file would let two writers in at once.
+  if (std::strcmp(target, temporary) == 0 || std::strcmp(target, lock) == 0) return 0;
+  const WriterTurn turn(lock);
 
   std::FILE* in = kt::io::Open(target, "r");
   if (in == nullptr) {

@@ -50,14 +50,17 @@ std::size_t Write(const void* buffer, std::size_t size, std::size_t count,
   return std::fwrite(buffer, size, count, stream);
 }
 
-int Seek(std::FILE* stream, long offset, int origin) noexcept {
+// A 32-bit build without _FILE_OFFSET_BITS=64 would cut positions here.
+static_assert(sizeof(off_t) >= sizeof(Offset), "64-bit file offsets");
+
+int Seek(std::FILE* stream, Offset offset, int origin) noexcept {
   if (Inject(Fault::kSeek, nullptr)) return -1;
-  return std::fseek(stream, offset, origin);
+  return fseeko(stream, static_cast<off_t>(offset), origin);
 }
 
-long Tell(std::FILE* stream) noexcept {
-  if (Inject(Fault::kSeek, nullptr)) return -1L;
-  return std::ftell(stream);
+Offset Tell(std::FILE* stream) noexcept {
+  if (Inject(Fault::kSeek, nullptr)) return -1;
+  return ftello(stream);
 }
 
 int GetChar(std::FILE* stream) noexcept {

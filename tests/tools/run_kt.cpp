@@ -18,7 +18,7 @@ KtRun RunKt(const std::vector<std::string>& args, const std::string& cwd,
   ScratchDir outputs;
   const std::string out_path = outputs.File("out");
   const std::string err_path = outputs.File("err");
-  std::vector<std::string> arguments = {KT_TOOL_PATH};
+  std::vector<std::string> arguments = {KT_TOOL_EMULATOR KT_TOOL_PATH};
   arguments.insert(arguments.end(), args.begin(), args.end());
   std::vector<std::string> environment;
   for (char** entry = environ; *entry != nullptr; ++entry) {
