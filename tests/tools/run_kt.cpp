@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 
 #include "support/kt_test.h"
@@ -13,12 +14,21 @@ extern char** environ;
 
 namespace kt::test {
 
+std::string ToolPath() {
+  if (const char* chosen = std::getenv("KT_TOOL"); chosen != nullptr && chosen[0] != '\0') {
+    return chosen;
+  }
+  // CTest installs the build into a scratch prefix first (KtToolInstall);
+  // run by hand before that, the test takes the built kt.
+  return access(KT_INSTALLED_TOOL_PATH, X_OK) == 0 ? KT_INSTALLED_TOOL_PATH : KT_TOOL_PATH;
+}
+
 KtRun RunKt(const std::vector<std::string>& args, const std::string& cwd,
             const std::map<std::string, std::string>& env) {
   ScratchDir outputs;
   const std::string out_path = outputs.File("out");
   const std::string err_path = outputs.File("err");
-  std::vector<std::string> arguments = {KT_TOOL_PATH};
+  std::vector<std::string> arguments = {ToolPath()};
   arguments.insert(arguments.end(), args.begin(), args.end());
   std::vector<std::string> environment;
   for (char** entry = environ; *entry != nullptr; ++entry) {

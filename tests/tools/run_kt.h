@@ -21,6 +21,10 @@ struct KtRun {
   std::string err;
 };
 
+// The kt under test: $KT_TOOL, else the one installed in the build tree's
+// scratch prefix, else the built one.
+std::string ToolPath();
+
 // Runs kt with `args` in directory `cwd`, with the environment of the tests
 // changed by `env` (an empty value removes the variable).
 KtRun RunKt(const std::vector<std::string>& args, const std::string& cwd,

@@ -133,7 +133,9 @@ class Demo {
     Line("  tables file", Path("tables/tablebin.vkt"));
     Line("  version files", Path("work/92.adm") + ", " + Path("work/93.adm"));
     Line("  trace", context.trace_path);
-    std::printf("\nnext: kt tables dump %s\n", Path("tables/tablebin.vkt").c_str());
+    // The kt that runs, which need not be on PATH: the line runs as shown.
+    std::printf("\nnext: %s tables dump %s\n", RunningProgram().c_str(),
+                Path("tables/tablebin.vkt").c_str());
     return ok ? kExitOk : kExitFailed;
   }
 
@@ -178,7 +180,7 @@ class Demo {
   bool Trace(Context& context) {
     if (!context.trace_active) {
       context.trace_path = Path("kt-demo.trace");
-      if (!context.StartTrace(kDemoSyntax.name)) return false;
+      if (!context.StartTrace(kDemoSyntax.name, {})) return false;
     }
     Line("traces", context.trace_path + " (module 1, sub-modules 1 to 8, level " +
                        std::to_string(context.trace_level) + ")");

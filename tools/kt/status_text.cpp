@@ -115,6 +115,11 @@ std::string StatusText(std::uint16_t status) {
   return code + " (unknown status)";
 }
 
+std::string StatusText(std::uint16_t status, const char* failure_meaning) {
+  if (status == KT_ECHEC) return Hex(status, 4) + " (" + failure_meaning + ")";
+  return StatusText(status);
+}
+
 std::string ToolkitStatusText(std::uint32_t status) {
   const char* words = Lookup(kToolkitMeanings, status);
   return Hex(status, 4) + " (" + (words != nullptr ? words : "unknown status") + ")";

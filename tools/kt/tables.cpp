@@ -1,6 +1,7 @@
 // kt tables compile | dump: dictionary descriptions into tables files, and
 // tables files back into readable form with their checks.
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <map>
@@ -78,24 +79,38 @@ int Compile(Context&, const ParsedArgs& args) {
                       "the file's name must have 1 to 12 characters: the header "
                       "keeps 12 and the opener compares them with the name");
   }
+  std::string key_error;
+  if (!key.empty() && !CheckSigningKey(key, &key_error)) {
+    return Failure(kTablesCompileSyntax.name, key_error + "; nothing written", key);
+  }
   const std::string& source_path = args.positional[0];
-  const std::optional<std::string> text = ReadWholeFile(source_path);
-  if (!text) return Failure(kTablesCompileSyntax.name, "cannot read " + source_path);
+  std::string read_error;
+  const std::optional<std::string> text = ReadInput(source_path, &read_error);
+  if (!text) return Failure(kTablesCompileSyntax.name, read_error, ShownPath(source_path));
 
   DictionarySource source;
   std::vector<SourceError> errors;
   if (!ParseDictionarySource(*text, &source, &errors)) {
     for (const SourceError& error : errors) {
-      std::fprintf(stderr, "%s:%d: %s\n", source_path.c_str(), error.line, error.message.c_str());
+      std::fprintf(stderr, "%s:%d: %s\n", ShownPath(source_path).c_str(), error.line,
+                   Escape(error.message).c_str());
     }
-    return Failure(kTablesCompileSyntax.name, std::to_string(errors.size()) + " problem(s) in " +
-                                                  source_path + ", nothing written");
+    return Failure(
+        kTablesCompileSyntax.name,
+        Plural(errors.size(), "problem") + " in " + ShownPath(source_path) + ", nothing written",
+        ShownPath(source_path));
   }
 
   // Written aside, then renamed: a failure leaves an existing FILE as it was.
-  ScratchDirectory scratch(parts.directory, ".kt-compile-");
-  if (!scratch.ok())
-    return Failure(kTablesCompileSyntax.name, "cannot write in " + parts.directory);
+  // Through a link the target is replaced; the header keeps the name the
+  // file is opened by, the link's.
+  const std::string target = OutputTarget(output);
+  const std::string target_directory = SplitPath(target).directory;
+  ScratchDirectory scratch(target_directory, ".kt-compile-");
+  if (!scratch.ok()) {
+    return Failure(kTablesCompileSyntax.name,
+                   SystemError("cannot write in " + target_directory, errno), target_directory);
+  }
   Progress progress("compiling " + output);
   CompileOptions options;
   options.control = ControlType(control);
@@ -104,13 +119,21 @@ int Compile(Context&, const ParsedArgs& args) {
   const std::uint16_t us = CompileTablesFile(scratch.path(), parts.name, source, options);
   if (us != KT_OK) {
     return Failure(kTablesCompileSyntax.name,
-                   "cannot write " + output + ": status " + StatusText(us));
+                   "cannot write " + output + ": status " +
+                       StatusText(us, "the CRC or the signature could not be made") + "; " +
+                       output + " left as it was",
+                   output, us);
+  }
+  std::string mode_error;
+  if (!KeepMode(target, scratch.File(parts.name), &mode_error)) {
+    return Failure(kTablesCompileSyntax.name, mode_error, output);
   }
   std::error_code error;
-  std::filesystem::rename(scratch.File(parts.name), output, error);
-  if (error)
+  std::filesystem::rename(scratch.File(parts.name), target, error);
+  if (error) {
     return Failure(kTablesCompileSyntax.name,
-                   "cannot put " + output + " in place: " + error.message());
+                   "cannot put " + output + " in place: " + error.message(), output);
+  }
 
   TablesFile written;
   const std::uint16_t opened = written.Open(output, control);
@@ -531,6 +554,10 @@ int DumpCommand(Context&, const ParsedArgs& args) {
     return UsageError(kTablesDumpSyntax, "--json and --source exclude each other");
   }
   const std::string& path = args.positional[0];
+  std::string unreadable;
+  if (!CheckReadable(path, &unreadable)) {
+    return Failure(kTablesDumpSyntax.name, unreadable, path);
+  }
   const std::string control_text = args.Get("--control", "auto");
   Control control = Control::kNone;
   if (control_text == "auto") {
@@ -541,7 +568,8 @@ int DumpCommand(Context&, const ParsedArgs& args) {
   TablesFile file;
   const std::uint16_t us = file.Open(path, control);
   if (us != KT_OK && us != KT_ERR_CONTROLE) {
-    return Failure(kTablesDumpSyntax.name, "cannot open " + path + ": status " + StatusText(us));
+    return Failure(kTablesDumpSyntax.name, "cannot open " + path + ": status " + StatusText(us),
+                   path, us);
   }
   Dump dump;
   ReadTables(file, &dump);
@@ -558,6 +586,7 @@ int DumpCommand(Context&, const ParsedArgs& args) {
     std::printf("%s", FormatDictionarySource(dump.source).c_str());
   } else if (args.Has("--json")) {
     PrintJson(path, file, dump, ok && dump.problems.empty());
+    SetJsonFailures(false);  // the document says it already
   } else {
     PrintHuman(path, file, dump);
   }

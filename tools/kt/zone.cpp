@@ -55,9 +55,10 @@ bool ZoneBytes(const CommandSyntax& syntax, const ParsedArgs& args,
     }
     return true;
   }
-  const std::optional<std::string> content = ReadWholeFile(args.positional[0]);
+  std::string error;
+  const std::optional<std::string> content = ReadInput(args.positional[0], &error);
   if (!content) {
-    *status = Failure(syntax.name, "cannot read " + args.positional[0]);
+    *status = Failure(syntax.name, error, ShownPath(args.positional[0]));
     return false;
   }
   bytes->assign(content->begin(), content->end());
