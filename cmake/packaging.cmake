@@ -20,6 +20,9 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SHLIBDEPS ON)
+# The tool's own library is found in the build tree, not on the system; its
+# package is named below.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
 # Within the project the packages depend on one another at this version.
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "libvlnvktosx${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")

@@ -324,6 +324,15 @@ TEST_F(ToolSafety, UserExpectations) {
   // help TOPIC and TOPIC --help are one text.
   EXPECT_EQ(Run({"help", "ini", "set"}).out, Run({"ini", "set", "--help"}).out);
   EXPECT_THAT(Run({"--help"}).out, HasSubstr("kt(1)"));
+  // The manual page and the completion are installed beside the tool.
+  const std::filesystem::path prefix =
+      std::filesystem::path(ToolPath()).parent_path().parent_path();
+  if (ToolPath() != KT_TOOL_PATH) {
+    EXPECT_THAT(ReadFile((prefix / "share/man/man1/kt.1").string()),
+                HasSubstr("DESCRIPTION FORMAT"));
+    EXPECT_THAT(ReadFile((prefix / "share/bash-completion/completions/kt").string()),
+                HasSubstr("complete -o filenames -F _kt kt"));
+  }
   // The demo's last line runs as shown.
   const KtRun demo = Run({"demo", "--dir", "d"});
   ASSERT_EQ(demo.status, 0);
