@@ -95,7 +95,7 @@ TEST_F(ToolSafety, IniSetRefusesWritesThatLoseOrHideData) {
        "[commun]\nkey=1\nx=\xFF\ny=2\n",
        {"commun", "key", "3"},
        "line 3 holds a byte 0xFF: the writer stops copying there and would drop it and the 1 "
-       "line(s) after it"},
+       "line after it"},
       {"prefix match",
        "[commun]\nrepertoiretravail=/w\nrep=1\n",
        {"commun", "rep", "2"},

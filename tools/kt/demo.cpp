@@ -170,10 +170,10 @@ class Demo {
       return false;
     }
     Line("tables file", Path("tables/tablebin.vkt"));
-    Line("", std::to_string(RecordCount(source, "TGROUPE")) + " groups, " +
-                 std::to_string(RecordCount(source, "TCHAMP")) + " fields, " +
-                 std::to_string(RecordCount(source, "TVALEUR")) + " allowed values, " +
-                 std::to_string(file.length()) + " bytes, " + file.check().Describe());
+    Line("", Plural(RecordCount(source, "TGROUPE"), "group") + ", " +
+                 Plural(RecordCount(source, "TCHAMP"), "field") + ", " +
+                 Plural(RecordCount(source, "TVALEUR"), "allowed value") + ", " +
+                 Plural(file.length(), "byte") + ", " + file.check().Describe());
     return true;
   }
 
@@ -205,7 +205,7 @@ class Demo {
     Line("message zone",
          "groups 10, 20 and 30 built with KT_usAjouterGroupe and "
          "KT_usAjouterChamp: " +
-             std::to_string(message.size()) + " bytes");
+             Plural(message.size(), "byte"));
     HexLines(message);
     const bool good = built == KT_OK && check.syntax == KT_OK && check.format == KT_OK;
     Line("", "syntax control " + StatusText(check.syntax) + ", format control " +
@@ -214,7 +214,7 @@ class Demo {
     for (const FailingZone& zone : kFailing) {
       const std::vector<std::uint8_t> bytes = BuildZone(zone.groups, &built);
       const ZoneCheck failing = CheckZone(bytes, true);
-      Line("failing zone", std::string(zone.what) + ", " + std::to_string(bytes.size()) + " bytes");
+      Line("failing zone", std::string(zone.what) + ", " + Plural(bytes.size(), "byte"));
       HexLines(bytes);
       if (failing.syntax != KT_OK || !failing.format || *failing.format == KT_OK) {
         failures_found = false;

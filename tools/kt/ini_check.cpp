@@ -3,6 +3,8 @@
 #include <cctype>
 #include <vector>
 
+#include "tools/kt/output.h"
+
 namespace kt::tool {
 namespace {
 
@@ -181,8 +183,7 @@ std::optional<std::string> CheckIniWrite(const std::optional<std::string>& conte
              " holds a byte 0xFF: the writer stops copying there and would drop " +
              (prediction.lines_dropped == 1
                   ? "it"
-                  : "it and the " + std::to_string(prediction.lines_dropped - 1) +
-                        " line(s) after it");
+                  : "it and the " + Plural(prediction.lines_dropped - 1, "line") + " after it");
     }
     return "the last line (" + LineNumber(first) + ", " + Shown(lines[first - 1]) +
            ") has no final line feed: the writer would drop it";

@@ -137,9 +137,11 @@ int Compile(Context&, const ParsedArgs& args) {
 
   TablesFile written;
   const std::uint16_t opened = written.Open(output, control);
-  std::printf("wrote %s: %u groups, %u fields, %u values, %u bytes, control %s\n", output.c_str(),
-              RecordCount(source, "TGROUPE"), RecordCount(source, "TCHAMP"),
-              RecordCount(source, "TVALEUR"), written.length(), written.check().Describe().c_str());
+  std::printf("wrote %s: %s, %s, %s, %s, control %s\n", output.c_str(),
+              Plural(RecordCount(source, "TGROUPE"), "group").c_str(),
+              Plural(RecordCount(source, "TCHAMP"), "field").c_str(),
+              Plural(RecordCount(source, "TVALEUR"), "value").c_str(),
+              Plural(written.length(), "byte").c_str(), written.check().Describe().c_str());
   if (opened == KT_ERR_CONTROLE && control == Control::kSignature) {
     std::printf(
         "note: the library's built-in public key does not verify this signature "
@@ -519,17 +521,18 @@ void PrintHuman(const std::string& path, const TablesFile& file, const Dump& dum
   }
   std::printf("tables      %zu, from offset %u\n", dump.tables.size(), file.body());
   for (const TableInfo& table : dump.tables) {
-    std::printf("  %-10s at %u: %u records, %u bytes\n", table.name.c_str(), table.offset,
-                table.records, table.data_size);
+    std::printf("  %-10s at %u: %s, %s\n", table.name.c_str(), table.offset,
+                Plural(table.records, "record").c_str(), Plural(table.data_size, "byte").c_str());
     if (!table.preview.empty()) {
       std::printf("    %s%s\n", HexBytes(table.preview.data(), table.preview.size()).c_str(),
                   table.preview.size() < table.data_size ? " ..." : "");
     }
   }
   if (!dump.dictionary_tables.empty()) {
-    std::printf("dictionary  %zu groups, %zu fields, %zu values; index ranges %s\n",
-                dump.groups.size(), dump.fields.size(), dump.values.size(),
-                dump.consecutive ? "consecutive" : "NOT consecutive");
+    std::printf(
+        "dictionary  %s, %s, %s; index ranges %s\n", Plural(dump.groups.size(), "group").c_str(),
+        Plural(dump.fields.size(), "field").c_str(), Plural(dump.values.size(), "value").c_str(),
+        dump.consecutive ? "consecutive" : "NOT consecutive");
     if (dump.consecutive) {
       std::string text = FormatDictionarySource(dump.source);
       std::size_t at = 0;
