@@ -22,8 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!parsed) return 0;
   kt::tool::DictionarySource again;
   errors.clear();
-  if (!kt::tool::ParseDictionarySource(kt::tool::FormatDictionarySource(source), &again,
-                                       &errors) ||
+  if (!kt::tool::ParseDictionarySource(kt::tool::FormatDictionarySource(source), &again, &errors) ||
       !(again == source)) {
     std::abort();
   }

@@ -74,6 +74,12 @@ TEST_F(ToolSafety, EveryCommandNamesThePathAndTheReason) {
     }
   }
   EXPECT_FALSE(std::filesystem::exists(File("out.vkt")));
+  const KtRun tables = Run({"zone", "check", "--tables", "dir", "--hex", "010203024142"});
+  EXPECT_EQ(tables.status, 1);
+  EXPECT_THAT(tables.err, HasSubstr("cannot read dir/tablebin.vkt: No such file or directory"));
+  const KtRun key = Run({"key", "generate", "--bits", "512", "--out", "missing/k"});
+  EXPECT_EQ(key.status, 1);
+  EXPECT_THAT(key.err, HasSubstr("cannot write missing/k.key: No such file or directory"));
   const KtRun set = Run({"ini", "set", "./dir", "section", "key", "value"});
   EXPECT_EQ(set.status, 1);
   EXPECT_THAT(set.err, HasSubstr("cannot read ./dir: Is a directory; ./dir left as it was"));

@@ -10,6 +10,7 @@
 #include "tools/kt/output.h"
 #include "tools/kt/status_text.h"
 #include "tools/kt/tool.h"
+#include "tools/kt/workspace.h"
 
 namespace kt::tool {
 namespace {
@@ -78,13 +79,10 @@ bool Context::StartTrace(const std::string& command, const std::vector<std::stri
   // What a command may read or write, as its arguments name it: the file
   // itself, key pairs made from a base name, the tables file of a
   // directory, an ini file of the preferences directory.
-  const char* preferences = std::getenv("KT_PREFERENCES_DIR");
   for (const std::string& path : paths) {
     std::vector<std::string> candidates = {path, path + ".key", path + ".pub",
                                            path + "/tablebin.vkt"};
-    if (path.find('/') == std::string::npos && preferences != nullptr && preferences[0] != '\0') {
-      candidates.push_back(std::string(preferences) + "/" + path);
-    }
+    if (path.find('/') == std::string::npos) candidates.push_back(PreferencesPath(path));
     for (const std::string& candidate : candidates) {
       if (SameFile(trace_path, candidate)) {
         Failure(command, "--trace " + trace_path + " is " + candidate +

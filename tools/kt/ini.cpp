@@ -56,11 +56,6 @@ const CommandSyntax kIniSetSyntax = {
     4,
 };
 
-std::string PreferencesDirectory() {
-  const char* directory = std::getenv("KT_PREFERENCES_DIR");
-  return directory != nullptr && directory[0] != '\0' ? directory : KT_TOOL_PREFERENCES_DIR;
-}
-
 // The path the library uses for FILE, and how messages name it.
 struct IniPath {
   std::string used;
@@ -69,9 +64,7 @@ struct IniPath {
 
 IniPath Locate(const std::string& file) {
   if (file.find('/') != std::string::npos) return {file, file};
-  std::string directory = PreferencesDirectory();
-  while (directory.size() > 1 && directory.back() == '/') directory.pop_back();
-  const std::string used = directory + "/" + file;
+  const std::string used = PreferencesPath(file);
   return {used, used + " (" + file + " in the preferences directory)"};
 }
 

@@ -17,7 +17,11 @@ class WriterLines {
     const std::size_t start = at_;
     while (at_ < text_.size()) {
       const char c = text_[at_++];
-      if (c == '\n') return text_.substr(start, at_ - 1 - start);
+      if (c == '\n') {
+        // The writer handles the line as a C text: a NUL byte ends it.
+        const std::string line = text_.substr(start, at_ - 1 - start);
+        return line.substr(0, line.find('\0'));
+      }
       if (static_cast<unsigned char>(c) == 0xFF) break;
     }
     at_ = text_.size();
@@ -120,9 +124,8 @@ IniPrediction PredictIniWrite(const std::optional<std::string>& content, const s
     return result;
   }
   WriterLines lines(*content);
-  // The writer prints each line with "%s": a NUL byte ends it.
   const auto put = [&](const std::string& line) {
-    result.output += line.substr(0, line.find('\0'));
+    result.output += line;
     result.output += '\n';
   };
   const std::string header = "[" + section + "]";

@@ -46,6 +46,15 @@ bool KeepMode(const std::string& existing, const std::string& fresh, std::string
   return true;
 }
 
+std::string PreferencesPath(const std::string& name) {
+  const char* from_environment = std::getenv("KT_PREFERENCES_DIR");
+  std::string directory = from_environment != nullptr && from_environment[0] != '\0'
+                              ? from_environment
+                              : KT_TOOL_PREFERENCES_DIR;
+  while (directory.size() > 1 && directory.back() == '/') directory.pop_back();
+  return directory + "/" + name;
+}
+
 std::string RunningProgram() {
   std::error_code error;
   const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);

@@ -39,6 +39,10 @@ std::string OutputTarget(const std::string& path);
 // rename puts `fresh` in its place; false with *error set when it cannot.
 bool KeepMode(const std::string& existing, const std::string& fresh, std::string* error);
 
+// Where the library takes an ini file name without '/': in the preferences
+// directory ($KT_PREFERENCES_DIR when set and not empty, else the build's).
+std::string PreferencesPath(const std::string& name);
+
 // The absolute path of the running program ("kt" when it cannot be found).
 std::string RunningProgram();
 
