@@ -91,7 +91,6 @@ void Reset() {
   g_initialise = false;
   g_position_taille_table = 0;
 }
-[[maybe_unused]] const bool g_registered = kt::testing::RegisterReset(&Reset);
 
 }  // namespace
 
@@ -99,6 +98,8 @@ long PendingTablePosition() noexcept { return g_position_taille_table; }
 void SetPendingTablePosition(long position) noexcept { g_position_taille_table = position; }
 
 }  // namespace kt::binfiles
+
+void kt::testing::ResetFileSlots() noexcept { kt::binfiles::Reset(); }
 
 using kt::binfiles::g_fichiers;
 using kt::binfiles::Text;

@@ -98,9 +98,10 @@ uint16_t KT_usDonnerChampValeur(uint16_t usIdGroupe, uint16_t usNumeroChamp,
     if (!found && ++index > g_ulNbTabGrp) break;
   }
   if (!found) {
-    KT_TRACE(kTraceError, "usResultat = 0x%04x", 63493u);
+    const std::uint16_t us = KT_FAIL(KT_ERR_FIN);
+    KT_TRACE(kTraceError, "usResultat = 0x%04x", us);
     KT_TRACE(kTraceExit, "KT_usDonnerChampValeur");
-    return KT_FAIL(KT_ERR_FIN);
+    return us;
   }
   if (ppcValeur == nullptr) {
     KT_TRACE(kTraceExit, "KT_usDonnerChampValeur");
@@ -114,6 +115,6 @@ uint16_t KT_usDonnerChampValeur(uint16_t usIdGroupe, uint16_t usNumeroChamp,
       FieldAt(field_index).usIndPremiereValeur - 1 + usNumeroValeur);
   const char* value = ValueAt(value_index);
   *ppcValeur = kt::frame::CopyText(value, std::strlen(value));
-  KT_TRACE(kTraceExit, "KT_usDonnerChampValeur usResultat = 0x%04x", 0u);
+  KT_TRACE(kTraceExit, "KT_usDonnerChampValeur usResultat = 0x%04x", KT_OK);
   return KT_OK;
 }

@@ -96,9 +96,9 @@ void Reset() {
   g_stTabGrp = nullptr;
   g_ulNbTabVal = g_ulNbTabChp = g_ulNbTabGrp = 0;
 }
-[[maybe_unused]] const bool g_registered = kt::testing::RegisterReset(&Reset);
-
 }  // namespace
+
+void kt::testing::ResetDictionary() noexcept { Reset(); }
 
 uint16_t usInitTabGroupe(uint16_t usNumFichier, uint32_t ulTailleDonnees,
                          uint32_t ulNbEnregistrements) {

@@ -25,11 +25,14 @@ void DisarmAllFaults();
 // Number of calls of that kind since the last arming (for fault loops).
 int FaultCallsSeen(Fault fault);
 
-// Clears every process-wide table of the library (zones, file slots, traces,
-// dictionary) between tests. Each subsystem registers its own reset at load.
-using ResetFunction = void (*)();
-bool RegisterReset(ResetFunction reset);
+// Clears every process-wide table of the library between tests: disarms the
+// faults, then resets each subsystem below, in this order.
 void ResetAll();
+void ResetTraces() noexcept;     // traces/trace_file.cpp
+void ResetStartup() noexcept;    // frame/startup.cpp
+void ResetFileSlots() noexcept;  // binfiles/slots.cpp
+void ResetDictionary() noexcept; // dictionary/tables.cpp
+void ResetZones() noexcept;      // zones/zone_table.cpp
 
 }  // namespace kt::testing
 

@@ -19,10 +19,6 @@ struct FaultState {
 std::array<FaultState, kFaultKinds> g_faults{};
 bool g_any_armed = false;
 
-constexpr int kMaxResets = 16;
-std::array<ResetFunction, kMaxResets> g_resets{};
-int g_reset_count = 0;
-
 void RecomputeAnyArmed() {
   g_any_armed = false;
   for (const FaultState& f : g_faults) g_any_armed = g_any_armed || f.delay >= 0;
@@ -50,15 +46,13 @@ void DisarmAllFaults() {
 
 int FaultCallsSeen(Fault fault) { return g_faults[static_cast<int>(fault)].calls_seen; }
 
-bool RegisterReset(ResetFunction reset) {
-  if (g_reset_count >= kMaxResets) return false;
-  g_resets[g_reset_count++] = reset;
-  return true;
-}
-
 void ResetAll() {
   DisarmAllFaults();
-  for (int i = 0; i < g_reset_count; ++i) g_resets[i]();
+  ResetTraces();
+  ResetStartup();
+  ResetFileSlots();
+  ResetDictionary();
+  ResetZones();
 }
 
 }  // namespace kt::testing

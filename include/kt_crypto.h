@@ -427,7 +427,9 @@ KT_API uint8_t RSAFilter(const NN_DIGIT* a, uint32_t aDigits, const NN_DIGIT* b,
  */
 
 /* Block type 2 (random non-zero padding) then x^e mod n. inputLen + 11 >
- * modulusLen returns KT_RE_LEN. The generator's status is not examined. */
+ * modulusLen returns KT_RE_LEN. A failure of the generator ends the call
+ * with its status (KT_RE_NEED_RANDOM from an unseeded one), since such a
+ * generator would never yield the non-zero padding bytes. */
 KT_API uint32_t RSAPublicEncrypt(unsigned char* output, uint32_t* outputLen,
                                  const unsigned char* input, uint32_t inputLen,
                                  const R_RSAPublicKey* publicKey, R_RandomContext* randomContext);
@@ -590,7 +592,8 @@ KT_API uint32_t R_OpenPEMBlock(unsigned char* content, uint32_t* contentLen,
 /* Internal steps, exported for callers that use them. */
 
 /* Dispatch to the DES family by identifier; KT_RE_ENCRYPTION_ALGORITHM for
- * an unknown one. */
+ * an unknown one. CipherInit records the identifier in the context, on which
+ * CipherUpdate and CipherRestart then dispatch. */
 KT_API uint32_t CipherInit(R_EnvelopeContext* context, int32_t encryptionAlgorithm,
                            const unsigned char* key, const unsigned char* iv, int32_t encrypt);
 KT_API uint32_t CipherUpdate(R_EnvelopeContext* context, unsigned char* output,

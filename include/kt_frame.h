@@ -111,8 +111,13 @@ KT_BEGIN_DECLS
  * KT_ERR_VERSION (the tables file stays open), KT_ERR_FIN_FICHIER (a table
  * other than TGROUPE, TCHAMP, TVALEUR), the codes of opening and reading the
  * tables file, or the code of a version file that could not be written (the
- * library is then started all the same). A failed start leaves the library
- * stopped, to be started again from the beginning.
+ * library is then started all the same). KT_ERR_MEMOIRE when a block of the
+ * start other than the working buffer cannot be allocated: a directory copy,
+ * a header block or either version block; nothing is then handed out, and
+ * after a version block the dictionary and the tables file are given back.
+ * A start that succeeds always hands out both blocks. A failed start leaves
+ * the library stopped, to be started again from the beginning; each start
+ * uses only the directories it read itself.
  */
 KT_API uint16_t KT_usInitLIB(char** ppcVersionKT, char** ppcVersionTables);
 

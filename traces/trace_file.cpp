@@ -46,13 +46,14 @@ void Reset() {
   g_indentation = 0;
   KT_InitialiserTraces();
 }
-[[maybe_unused]] const bool g_registered = kt::testing::RegisterReset(&Reset);
 
 }  // namespace
 
 std::uint8_t Depth() noexcept { return g_indentation; }
 
 }  // namespace kt::traces
+
+void kt::testing::ResetTraces() noexcept { kt::traces::Reset(); }
 
 using kt::traces::g_fichier;
 using kt::traces::g_indentation;

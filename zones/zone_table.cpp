@@ -30,7 +30,6 @@ void Reset() {
     record = nullptr;
   }
 }
-[[maybe_unused]] const bool g_registered = kt::testing::RegisterReset(&Reset);
 
 // Takes the lowest free slot with a new cleared record; null when no slot is
 // free or memory runs out.
@@ -107,6 +106,8 @@ void ClearCursor(ZoneRecord& z) noexcept {
 }
 
 }  // namespace kt::zones
+
+void kt::testing::ResetZones() noexcept { kt::zones::Reset(); }
 
 using namespace kt::traces;
 using kt::zones::FindZone;

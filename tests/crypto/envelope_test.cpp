@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
+#include <span>
 #include <tuple>
 
 #include "crypto/crypto_test_util.h"
@@ -150,6 +152,43 @@ TEST(Envelope, OpenSslDecryptsTheCryptogramWithTheRecoveredKey) {
       ByteVector expected = content;
       expected.resize(len + 8 - len % 8, static_cast<unsigned char>(8 - len % 8));
       EXPECT_EQ(OpenSslCbc(algorithm, k, sealed.iv, sealed.cryptogram, 0), expected);
+    }
+  }
+}
+
+// The cipher layer alone, on a context full of garbage whose algorithm word
+// names no cipher or another one: CipherInit must set the algorithm that
+// Update and Restart dispatch on.
+TEST(Envelope, CipherLayerAloneMatchesOpenSslCbc) {
+  std::mt19937 rng(23);
+  for (int32_t algorithm = 1; algorithm <= 4; ++algorithm) {
+    for (int32_t garbage_algorithm : {-1, algorithm % 4 + 1}) {
+      SCOPED_TRACE(testing::Message() << "algorithm " << algorithm << " over " << garbage_algorithm);
+      ByteVector key = RandomBytes(rng, 24);
+      if (algorithm == KT_EA_DES_EDE2_CBC) std::copy_n(key.begin(), 8, key.begin() + 16);
+      const ByteVector iv = RandomBytes(rng, 8), plain = RandomBytes(rng, 40);
+      const ByteVector expected = OpenSslCbc(algorithm, key.data(), iv.data(), plain, 1);
+      for (int32_t encrypt : {1, 0}) {
+        const ByteVector& in = encrypt ? plain : expected;
+        const ByteVector& want = encrypt ? expected : plain;
+        R_EnvelopeContext context;
+        for (unsigned char& b : std::span(reinterpret_cast<unsigned char*>(&context), sizeof context)) {
+          b = static_cast<unsigned char>(rng());
+        }
+        if (garbage_algorithm > 0) context.encryptionAlgorithm = garbage_algorithm;
+        ASSERT_EQ(CipherInit(&context, algorithm, key.data(), iv.data(), encrypt), KT_RE_OK);
+        for (int pass = 0; pass < 2; ++pass) {  // the second after a restart
+          ByteVector out(in.size());
+          std::size_t at = 0;
+          for (std::size_t piece : {8u, 24u, 8u}) {
+            ASSERT_EQ(CipherUpdate(&context, &out[at], &in[at], static_cast<uint32_t>(piece)),
+                      KT_RE_OK);
+            at += piece;
+          }
+          EXPECT_EQ(out, want) << "pass " << pass << " encrypt " << encrypt;
+          CipherRestart(&context);
+        }
+      }
     }
   }
 }

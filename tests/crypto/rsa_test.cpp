@@ -36,6 +36,18 @@ TEST(Rsa, DataOfModulusLenMinusElevenIsTheLimitForBothEncryptions) {
   }
 }
 
+// An unseeded generator never yields a non-zero padding byte: its status
+// ends the encryption instead of a loop without end.
+TEST(Rsa, PublicEncryptReturnsTheGeneratorsFailure) {
+  R_RandomContext unseeded = UnseededRandom();
+  const unsigned char data[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+  unsigned char out[128];
+  uint32_t out_len = 0;
+  EXPECT_EQ(RSAPublicEncrypt(out, &out_len, data, sizeof data, &TestKey(512).pub, &unseeded),
+            KT_RE_NEED_RANDOM);
+  EXPECT_EQ(KT_RE_NEED_RANDOM, 0x408u);
+}
+
 TEST(Rsa, InputAtTheModulusAndKeysBeyondTheFieldsAreRefused) {
   KeyPair key = TestKey(512);
   unsigned char out[256] = {}, in[1] = {1};

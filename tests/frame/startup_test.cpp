@@ -45,6 +45,8 @@ class Startup : public kt::test::IniTest {
   }
 
   std::uint16_t Start() {
+    kt_version_.clear();
+    tables_version_.clear();
     char* kt_version = nullptr;
     char* tables_version = nullptr;
     const std::uint16_t us = KT_usInitLIB(&kt_version, &tables_version);
@@ -173,6 +175,86 @@ TEST_F(Startup, VersionFileFailureIsReportedButTheLibraryIsStarted) {
   EXPECT_EQ(Start(), KT_ERR_FICHIER_VERSION);
   EXPECT_EQ(kt::frame::LoadCount(), 1);
   EXPECT_EQ(kt_version_, "0100");
+}
+
+// A start takes its directories from this start's reading of "volen.ini",
+// never from an earlier start, and replaces the copies an earlier start kept.
+TEST_F(Startup, DirectoriesComeFromThisStartOnly) {
+  WriteTables();
+  const std::string trace_path = prefs_.File("start.trace");
+  WriteVolen(true, false);
+  EXPECT_EQ(Start(), KT_ERR_REP_TABLES);
+  const std::uint32_t kept_after_one = kt::frame::AllocatedTotal();
+  EXPECT_EQ(Start(), KT_ERR_REP_TABLES);
+  EXPECT_EQ(kt::frame::AllocatedTotal(), kept_after_one);
+  EXPECT_EQ(kt::frame::LoadCount(), 0);
+  EXPECT_EQ(g_stTabGrp, nullptr);
+
+  WriteVolen(false, true);
+  ASSERT_EQ(KT_usActiverTrace(trace_path.c_str(), "w", 1, 5, 2), KT_OK);
+  EXPECT_EQ(Start(), KT_ERR_REP_TRAVAIL);
+  ASSERT_EQ(KT_usActiverTrace(trace_path.c_str(), "w", 1, 5, 0), KT_OK);
+  EXPECT_EQ(g_ulNbTabGrp, 3u);  // the dictionary was loaded and stays
+  EXPECT_TRUE(kt_version_.empty());
+  EXPECT_TRUE(tables_version_.empty());
+  EXPECT_EQ(kt::frame::LoadCount(), 0);
+  EXPECT_FALSE(std::filesystem::exists(work_.File("92.adm")));
+  EXPECT_FALSE(std::filesystem::exists(work_.File("93.adm")));
+  const std::string trace = ReadFile(trace_path);
+  for (const char* line : {"ecriture des fichiers composants impossible\n",
+                           "erreur repertoire de travail absent / usResultat=0xf6f1\n"}) {
+    EXPECT_NE(trace.find(line), std::string::npos) << "missing: " << line << "\n" << trace;
+  }
+
+  // And the tables directory: dropped from "volen.ini", it is missing again.
+  kt::test::FreeDictionaryValueTexts();
+  WriteVolen(true, false);
+  EXPECT_EQ(Start(), KT_ERR_REP_TABLES);
+  EXPECT_EQ(kt::frame::LoadCount(), 0);
+  EXPECT_TRUE(kt_version_.empty());
+}
+
+// Every allocation of a first start fails in turn. A start that reports
+// success, or that counts itself, hands out both version blocks; any other
+// hands out nothing and leaves the library stopped, ready to start again.
+TEST_F(Startup, AllocationFailuresNeverHandOutNullVersions) {
+  using kt::testing::ArmFault;
+  using kt::testing::Fault;
+  WriteTables();
+  ArmFault(Fault::kAlloc, 1 << 20);
+  ASSERT_EQ(Start(), KT_OK);
+  const int allocations = kt::testing::FaultCallsSeen(Fault::kAlloc);
+  ASSERT_GT(allocations, 2);
+  for (int delay = 0; delay < allocations; ++delay) {
+    SCOPED_TRACE(delay);
+    kt::testing::ResetAll();
+    ArmFault(Fault::kAlloc, delay);
+    const std::uint16_t us = Start();
+    if (delay == 0) {
+      EXPECT_EQ(us, KT_ERR_BUFFER_TRAVAIL);
+    }
+    if (delay >= allocations - 2) {  // the version blocks themselves
+      EXPECT_EQ(us, KT_ERR_MEMOIRE);
+    }
+    if (us == KT_OK || kt::frame::LoadCount() == 1) {
+      EXPECT_EQ(kt_version_, "0100");
+      EXPECT_EQ(tables_version_, source_.version);
+      continue;
+    }
+    EXPECT_NE(us, KT_OK);
+    EXPECT_TRUE(kt_version_.empty());
+    EXPECT_TRUE(tables_version_.empty());
+    EXPECT_EQ(kt::frame::LoadCount(), 0);
+    if (us == KT_ERR_MEMOIRE && delay >= allocations - 2) {
+      EXPECT_EQ(g_stTabGrp, nullptr);
+      FichierBinaire* slot = nullptr;
+      EXPECT_EQ(usRechercherFichier(1, &slot), KT_ERR_NUMERO_INCONNU);
+    }
+    kt::testing::DisarmAllFaults();
+    kt::test::FreeDictionaryValueTexts();
+    EXPECT_EQ(Start(), KT_OK);
+    EXPECT_EQ(kt_version_, "0100");
+  }
 }
 
 // A component starts the library, builds a message, checks its format and

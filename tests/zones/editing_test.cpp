@@ -114,6 +114,37 @@ TEST_F(ZoneEditing, NoRoomNoGroupNoFieldLeaveTheBytesUntouched) {
   EXPECT_EQ(Add(zero, "A"), KT_ERR_FIN);  // identifier 0 reads as no group
 }
 
+// Adds that fill the zone to the last byte succeed; one byte less of
+// capacity refuses them. The last case also grows the group's length form
+// from one byte to two (126 to 128 bytes of content).
+TEST_F(ZoneEditing, AddsThatFitExactlySucceed) {
+  struct Case {
+    const char* what;
+    std::vector<std::string> fields;  // added to one group, in order
+    std::uint32_t exact;
+  };
+  const Case cases[] = {
+      {"empty group", {}, 3},
+      {"1-byte field", {"A"}, 5},
+      {"header growth", {std::string(125, 'x'), "A"}, 3 + 126 + 2 + 1},
+  };
+  for (const Case& c : cases) {
+    for (std::uint32_t capacity : {c.exact, c.exact - 1}) {
+      SCOPED_TRACE(testing::Message() << c.what << " capacity " << capacity);
+      const std::uint16_t zone = Create(capacity);
+      std::uint16_t last = KT_usAjouterGroupe(zone, 7);
+      for (const std::string& field : c.fields) {
+        if (last == KT_OK) last = Add(zone, field);
+      }
+      EXPECT_EQ(last, capacity == c.exact ? KT_OK : KT_ERR_PLACE_ZONE);
+      if (capacity == c.exact) {
+        EXPECT_EQ(Data(zone).size(), c.exact);
+      }
+      Release(zone);
+    }
+  }
+}
+
 TEST_F(ZoneEditing, EditsRefuseCursorsOutsideTheDataAndLongerLengthForms) {
   // The second group claims 9 bytes where 2 follow; then 81 03 and 81 01,
   // well formed but not rewritten in place.
