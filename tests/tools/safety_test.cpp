@@ -336,6 +336,7 @@ TEST_F(ToolSafety, UserExpectations) {
   // help TOPIC and TOPIC --help are one text.
   EXPECT_EQ(Run({"help", "ini", "set"}).out, Run({"ini", "set", "--help"}).out);
   EXPECT_THAT(Run({"--help"}).out, HasSubstr("kt(1)"));
+  EXPECT_THAT(Run({"help", "tables", "compile"}).out, HasSubstr("kt(1), DESCRIPTION FORMAT"));
   // The manual page and the completion are installed beside the tool.
   const std::filesystem::path prefix =
       std::filesystem::path(ToolPath()).parent_path().parent_path();

@@ -29,7 +29,7 @@ constexpr const char* kLibraryVersion = "0100";
 const CommandSyntax kTablesCompileSyntax = {
     "tables compile",
     "SOURCE -o FILE [--control none|crc|signature] [--key KEYFILE]",
-    "Compiles a dictionary description (see README: groups, fields, values) into\n"
+    "Compiles a dictionary description (its format: kt(1), DESCRIPTION FORMAT) into\n"
     "a tables file, as start-up reads \"tablebin.vkt\". Every problem of the\n"
     "description is reported with its line; nothing is written then. The file\n"
     "is made beside FILE and put in its place only when complete.\n"
