@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "frame/locks.h"
 #include "frame/support.h"
 #include "kt_binfiles.h"
 #include "traces/traces_internal.h"
@@ -25,10 +26,14 @@ inline constexpr std::uint32_t kExtensionEntryBytes = 5;
 inline constexpr std::uint16_t kTraceSubBinFiles = 7;  // dictionary and binary table files
 
 // The position of the size field of the table being written, 0 when none.
-// One for all files together (kept: callers finish one table before
-// starting another anywhere).
+// One for all files of a thread (kept: callers finish one table before
+// starting another anywhere); each thread has its own.
 std::int64_t PendingTablePosition() noexcept;
 void SetPendingTablePosition(std::int64_t position) noexcept;
+
+// The lock of a file number, null for a number outside 1 to 100. Every
+// public operation on a number holds it for its whole call.
+frame::SlotLock* FileLock(std::uint16_t number) noexcept;
 
 // The record of a number in use, provided the caller's other arguments were
 // all given: else the lookup's code, or KT_ERR_ARGUMENT.

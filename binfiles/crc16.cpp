@@ -94,6 +94,7 @@ uint16_t usEcrireCRC(FILE* pfFichier, uint16_t usCRC) {
 }
 
 uint16_t usLireCRC(uint16_t usNumFichier, uint16_t* pusCRC) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;

@@ -96,6 +96,7 @@ using namespace kt::traces;
 const char CRC16_FICTIF[5] = "0000";
 
 uint16_t usEcrireEnteteFichierBinaire(uint16_t usNumFichier, const char* pcEntete) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
@@ -138,6 +139,7 @@ uint16_t usEcrireEnteteFichierBinaire(uint16_t usNumFichier, const char* pcEntet
 }
 
 uint16_t usLireEnteteFichierBinaire(uint16_t usNumFichier, char* pcEntete) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
@@ -177,6 +179,7 @@ uint16_t usLireEnteteFichierBinaire(uint16_t usNumFichier, char* pcEntete) {
 }
 
 uint16_t usLireCommentaire(uint16_t usNumFichier, char* pcCommentaire) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;

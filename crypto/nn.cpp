@@ -49,8 +49,8 @@ struct DivScratch {
 
 // The division steps, with the quotient optional (a == nullptr) and the
 // scratch supplied, so that repeated reductions clear it only once.
-void DivCore(NN_DIGIT* a, NN_DIGIT* b, const NN_DIGIT* c, std::uint32_t c_digits,
-             const NN_DIGIT* d, std::uint32_t d_digits, DivScratch& s) noexcept {
+void DivCore(NN_DIGIT* a, NN_DIGIT* b, const NN_DIGIT* c, std::uint32_t c_digits, const NN_DIGIT* d,
+             std::uint32_t d_digits, DivScratch& s) noexcept {
   const std::uint32_t dd_digits = NN_Digits(d, d_digits);
   if (dd_digits == 0) return;  // division by zero writes nothing
 
@@ -115,8 +115,7 @@ using kt::crypto::kMaxDigits;
 // even moduli, which Montgomery reduction cannot take. It skips leading zero
 // bits and multiplies only for non-zero windows, so it is not constant-time.
 void kt::crypto::ModExpByDivision(NN_DIGIT* a, const NN_DIGIT* b, const NN_DIGIT* c,
-                                  uint32_t cDigits, const NN_DIGIT* d,
-                                  uint32_t dDigits) noexcept {
+                                  uint32_t cDigits, const NN_DIGIT* d, uint32_t dDigits) noexcept {
   using kt::crypto::ModMultCore;
   // One scratch for every product and reduction, cleared once at the end.
   // The powers start cleared: a zero modulus leaves them unwritten.
@@ -267,8 +266,7 @@ void NN_Div(NN_DIGIT* a, NN_DIGIT* b, const NN_DIGIT* c, uint32_t cDigits, const
 }
 
 /* see kt_crypto.h */
-void NN_Mod(NN_DIGIT* a, const NN_DIGIT* b, uint32_t bDigits, const NN_DIGIT* c,
-            uint32_t cDigits) {
+void NN_Mod(NN_DIGIT* a, const NN_DIGIT* b, uint32_t bDigits, const NN_DIGIT* c, uint32_t cDigits) {
   if (bDigits > 2 * kMaxDigits || cDigits > kMaxDigits) return;  // beyond capacity
   kt::crypto::Product t;
   kt::crypto::DivScratch s;

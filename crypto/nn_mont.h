@@ -1,7 +1,8 @@
 // The Montgomery engine behind NN_ModExp and the RSA operations: odd moduli
 // only, numbers held in wide limbs (64 bits where the compiler offers a
 // 128-bit product, 32 bits otherwise). Callers outside nn_mont.cpp see
-// 32-bit digit arrays only.
+// 32-bit digit arrays only. KT_NN_32_BIT_LIMBS forces the 32-bit limbs, so
+// that their path is tested on 64-bit hosts too.
 #ifndef KT_CRYPTO_NN_MONT_H_
 #define KT_CRYPTO_NN_MONT_H_
 
@@ -11,7 +12,7 @@
 
 namespace kt::crypto {
 
-#if defined(__SIZEOF_INT128__)
+#if defined(__SIZEOF_INT128__) && !defined(KT_NN_32_BIT_LIMBS)
 using Limb = std::uint64_t;
 using WideLimb = unsigned __int128;
 #else

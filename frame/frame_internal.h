@@ -1,6 +1,7 @@
 // What the frame's files share with the rest of the library: the stream seam
-// through which every stdio call of the library goes, the fault injection
-// that tests arm through it, the memory totals and the preferences directory.
+// through which every stdio call of the library but the trace file's goes,
+// the fault injection that tests arm through it, the memory totals and the
+// preferences directory.
 // Never included from include/.
 #ifndef KT_FRAME_FRAME_INTERNAL_H_
 #define KT_FRAME_FRAME_INTERNAL_H_
@@ -87,8 +88,12 @@ std::uint16_t LoadCount() noexcept;
 }  // namespace kt::frame
 
 // Every stream call of the library goes through here, so that tests can make
-// any open, read, write, seek or close fail. Each function takes the
-// caller's source location, which names the call site that a fault hit.
+// any open, read, write, seek or close fail; all but the trace file's. The
+// trace file calls stdio directly on purpose: an armed fault must hit the
+// n-th call of the operation under test whether tracing is on or off, never
+// a trace line, and a trace line must not report a failure the test set up
+// for the traced operation. Each function takes the caller's source
+// location, which names the call site that a fault hit.
 namespace kt::io {
 
 using Site = std::source_location;

@@ -15,11 +15,13 @@
 
 #include "checks/checks_internal.h"
 #include "frame/frame_internal.h"
+#include "frame/locks.h"
 #include "frame/support.h"
 #include "kt_checks.h"
 #include "kt_dictionary.h"
 #include "kt_zones.h"
 #include "traces/traces_internal.h"
+#include "zones/zones_internal.h"
 
 namespace {
 
@@ -227,6 +229,10 @@ std::uint16_t End(Check& c) {
 }  // namespace
 
 uint16_t KT_usControlerFormatZoneMemoire(uint16_t usZone) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
+  // One hold of the dictionary for the whole control: a stop cannot release
+  // the tables between two of its queries.
+  const kt::frame::DictionaryReadGuard dictionary;
   KT_TRACE(kTraceEnter, "KT_usControlerFormatZoneMemoire");
   Check c;
   c.zone = usZone;

@@ -91,10 +91,10 @@ std::vector<Case> AllCases() {
   std::vector<Case> cases;
   for (unsigned digits = 1; digits <= MAX_NN_DIGITS; ++digits) {
     for (bool odd : {true, false}) {
-      for (Base base : {Base::kRandom, Base::kZero, Base::kOne, Base::kModulusMinusOne,
-                        Base::kAboveModulus}) {
-        for (Exponent e : {Exponent::kRandom, Exponent::kZero, Exponent::kOne,
-                           Exponent::kAllOnes, Exponent::kShortInLongCount}) {
+      for (Base base :
+           {Base::kRandom, Base::kZero, Base::kOne, Base::kModulusMinusOne, Base::kAboveModulus}) {
+        for (Exponent e : {Exponent::kRandom, Exponent::kZero, Exponent::kOne, Exponent::kAllOnes,
+                           Exponent::kShortInLongCount}) {
           cases.push_back({digits, odd, base, e});
         }
       }
@@ -147,10 +147,10 @@ TEST(NnModExp, AgreesWithOpenSsl) {
     Digits ours(MAX_NN_DIGITS, 0);
     NN_ModExp(ours.data(), o.b.data(), o.c.data(), o.c_digits, o.d.data(), o.d_digits);
     Bn expected(BN_new());
-    ASSERT_EQ(BN_mod_exp(expected.get(), ToBn(o.b.data(), o.d_digits).get(),
-                         ToBn(o.c.data(), o.c_digits).get(), ToBn(o.d.data(), o.d_digits).get(),
-                         ctx),
-              1);
+    ASSERT_EQ(
+        BN_mod_exp(expected.get(), ToBn(o.b.data(), o.d_digits).get(),
+                   ToBn(o.c.data(), o.c_digits).get(), ToBn(o.d.data(), o.d_digits).get(), ctx),
+        1);
     ASSERT_EQ(BN_cmp(ToBn(ours.data(), o.d_digits).get(), expected.get()), 0);
   }
   BN_CTX_free(ctx);

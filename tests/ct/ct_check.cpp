@@ -20,7 +20,8 @@ void Fill(NN_DIGIT* a, unsigned digits, unsigned seed) {
 // b^c mod d for several sizes, c undefined over its whole digit count.
 bool CheckModExp() {
   for (unsigned digits : {1u, 8u, 16u, 17u, 32u, 33u}) {
-    NN_DIGIT a[MAX_NN_DIGITS] = {}, b[MAX_NN_DIGITS] = {}, c[MAX_NN_DIGITS] = {}, d[MAX_NN_DIGITS] = {};
+    NN_DIGIT a[MAX_NN_DIGITS] = {}, b[MAX_NN_DIGITS] = {}, c[MAX_NN_DIGITS] = {},
+             d[MAX_NN_DIGITS] = {};
     Fill(d, digits, 1);
     d[0] |= 1;
     d[digits - 1] |= 0x80000000u;
