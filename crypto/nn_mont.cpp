@@ -257,6 +257,7 @@ void Select(Limb* out, const Limb (*table)[kMaxLimbs], Limb w, std::uint32_t k) 
     for (std::uint32_t i = 0; i < kTableSize; ++i) x |= table[i][j] & mask[i];
     out[j] = x;
   }
+  WipeLimbs(mask);  // the masks spell out the window's bits
 }
 
 std::uint32_t LimbBitLength(Limb x) {
