@@ -26,38 +26,35 @@ inline const void* ThreadIdentity() noexcept {
 }
 
 // The lock of one slot of a table (a zone, a file number). Recursive, since
-// the public operations on a slot call one another; free, it costs one
-// compare-and-swap to take and one store to give back. A waiter yields:
-// slots are held for one call at a time.
+// the public operations on a slot call one another. One word holds the
+// holder's identity, null when free: taking a free lock is one
+// compare-and-swap, giving it back one store, and a nested take one load.
+// A waiter yields: slots are held for one call at a time.
 class SlotLock {
  public:
   void Lock() noexcept {
     const void* const self = ThreadIdentity();
-    if (owner_.load(std::memory_order_relaxed) == self) {
+    if (holder_.load(std::memory_order_relaxed) == self) {
       ++depth_;
       return;
     }
     for (;;) {
-      bool expected = false;
-      if (busy_.compare_exchange_weak(expected, true, std::memory_order_acquire,
-                                      std::memory_order_relaxed)) {
+      const void* expected = nullptr;
+      if (holder_.compare_exchange_weak(expected, self, std::memory_order_acquire,
+                                        std::memory_order_relaxed)) {
         break;
       }
-      while (busy_.load(std::memory_order_relaxed)) std::this_thread::yield();
+      while (holder_.load(std::memory_order_relaxed) != nullptr) std::this_thread::yield();
     }
-    owner_.store(self, std::memory_order_relaxed);
     depth_ = 1;
   }
   void Unlock() noexcept {
-    if (--depth_ != 0) return;
-    owner_.store(nullptr, std::memory_order_relaxed);
-    busy_.store(false, std::memory_order_release);
+    if (--depth_ == 0) holder_.store(nullptr, std::memory_order_release);
   }
 
  private:
-  std::atomic<bool> busy_{false};
-  std::atomic<const void*> owner_{nullptr};  // the holder, for the recursive case
-  std::uint32_t depth_ = 0;  // only the owner reads or writes it
+  std::atomic<const void*> holder_{nullptr};
+  std::uint32_t depth_ = 0;  // only the holder reads or writes it
 };
 
 // Holds a slot lock for a scope. A null lock (a number outside the table,

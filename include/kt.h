@@ -29,10 +29,11 @@
  *   together. A line that a caller assembles itself from
  *   KT_TraceDebutLigne, KT_TraceEcrire... and KT_TraceFinLigne is written
  *   piece by piece and may meet other threads' lines.
- * - The memory totals of KT_Allouer and KT_Liberer stay exact.
- * - Exported data (the dictionary's g_ tables, ulMemAllouee, ulMaxAlloue)
- *   are read without any lock: read the dictionary's tables only while a
- *   start of your own is in force.
+ * - The running total and the peak of KT_Allouer and KT_Liberer stay exact
+ *   (the exported ulMemAllouee and ulMaxAlloue are not those totals: they
+ *   stay 0, as ever).
+ * - The dictionary's exported g_ tables are read without any lock: read
+ *   them only while a start of your own is in force.
  */
 #ifndef KT_H
 #define KT_H

@@ -31,8 +31,8 @@ fi
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
   run_suite sanitize -DCMAKE_BUILD_TYPE=Debug -DKT_SANITIZE=ON
 
-# ThreadSanitizer: only the tests that run threads, built with Clang when it
-# is here (GCC's instrumented builds warn falsely on string copies).
+# ThreadSanitizer: only the tests that run threads (the others are single-
+# threaded and cannot race), built with Clang when it is here.
 echo "=== thread sanitizer build ==="
 build="$root/build/tsan"
 tsan_compilers=()
