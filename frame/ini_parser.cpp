@@ -371,16 +371,22 @@ std::mutex g_writers;
 
 class WriterTurn {
  public:
+  // errno is kept as it was: the writer reads it after its own calls.
   explicit WriterTurn(const char* lock_path) : turn_(g_writers) {
+    const int saved = errno;
     descriptor_ = ::open(lock_path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
     if (descriptor_ < 0) descriptor_ = ::open(lock_path, O_RDONLY | O_CLOEXEC);
-    if (descriptor_ < 0) return;
-    int locked;
-    while ((locked = ::flock(descriptor_, LOCK_EX)) != 0 && errno == EINTR) {
+    int locked = -1;
+    while (descriptor_ >= 0 && (locked = ::flock(descriptor_, LOCK_EX)) != 0 && errno == EINTR) {
     }
     if (locked != 0) Release();
+    errno = saved;
   }
-  ~WriterTurn() { Release(); }
+  ~WriterTurn() {
+    const int saved = errno;
+    Release();
+    errno = saved;
+  }
   WriterTurn(const WriterTurn&) = delete;
   WriterTurn& operator=(const WriterTurn&) = delete;
 
