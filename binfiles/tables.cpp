@@ -29,6 +29,7 @@ using namespace kt::traces;
 static_assert(sizeof(EnteteTable) == 28, "EnteteTable is 28 bytes");
 
 uint16_t KT_usEcrireEnteteTable(uint16_t usNumFichier, const EnteteTable* psEntete) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   KT_TRACE(kTraceEnter, "KT_usEcrireEnteteTable : usNumFichierBinaire = %d", usNumFichier);
   uint16_t us = KT_OK;
   ExitTrace exit_trace{kTraceSub, "KT_usEcrireEnteteTable : Code retour = 0x%04x", &us};
@@ -45,7 +46,7 @@ uint16_t KT_usEcrireEnteteTable(uint16_t usNumFichier, const EnteteTable* psEnte
                             kt::binfiles::kTableNameWidth);
   if (us == KT_OK) {
     // A table still open is not closed: its size stays 0 on file (kept).
-    const long position = kt::io::Tell(file->pfFichier);
+    const kt::io::Offset position = kt::io::Tell(file->pfFichier);
     if (position < 0) {
       us = KT_FAIL(KT_ERR_FICHIER);
     } else {
@@ -62,6 +63,7 @@ uint16_t KT_usEcrireEnteteTable(uint16_t usNumFichier, const EnteteTable* psEnte
 }
 
 uint16_t KT_usEcrireTaille(uint16_t usNumFichier) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   // The entry trace names the header writer (kept as it is).
   KT_TRACE(kTraceEnter, "KT_usEcrireEnteteTable : usNumFichierBinaire = %d", usNumFichier);
   uint16_t us = KT_OK;
@@ -70,7 +72,7 @@ uint16_t KT_usEcrireTaille(uint16_t usNumFichier) {
   us = usRechercherFichier(usNumFichier, &file);
   if (us != KT_OK) return us;
 
-  const long pending = kt::binfiles::PendingTablePosition();
+  const kt::io::Offset pending = kt::binfiles::PendingTablePosition();
   if (!kt::binfiles::InWriteMode(*file)) {
     KT_TRACE(kTraceError, "Le fichier n'est pas en ecriture");
     us = KT_FAIL(KT_ERR_MODE);
@@ -96,6 +98,7 @@ uint16_t KT_usEcrireTaille(uint16_t usNumFichier) {
 }
 
 uint16_t KT_usLireEnteteTable(uint16_t usNumFichier, EnteteTable* psEntete) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   KT_TRACE(kTraceEnter, "KT_usLireEnteteTable : usNumFichierBinaire = %d", usNumFichier);
   uint16_t us = KT_OK;
   // The exit trace names the header writer (kept as it is).
@@ -115,8 +118,9 @@ uint16_t KT_usLireEnteteTable(uint16_t usNumFichier, EnteteTable* psEntete) {
   if (us == KT_OK) us = KT_usLireUnsignedChar(usNumFichier, &psEntete->ucNbExtensionsB);
   if (us == KT_OK) us = KT_usLireUnsignedChar(usNumFichier, &psEntete->ucReserve);
   if (us == KT_OK) {
-    const long extensions = (long{psEntete->ucNbExtensionsA} + psEntete->ucNbExtensionsB) *
-                            kt::binfiles::kExtensionEntryBytes;
+    const kt::io::Offset extensions =
+        (kt::io::Offset{psEntete->ucNbExtensionsA} + psEntete->ucNbExtensionsB) *
+        kt::binfiles::kExtensionEntryBytes;
     if (kt::io::Seek(file->pfFichier, extensions, SEEK_CUR) != 0) us = KT_FAIL(KT_ERR_FIN_FICHIER);
   }
   return us;
@@ -124,6 +128,7 @@ uint16_t KT_usLireEnteteTable(uint16_t usNumFichier, EnteteTable* psEntete) {
 
 uint16_t KT_usRechercherTable(uint16_t usNumFichier, const char* pcNomTable,
                               EnteteTable* psEntete) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   KT_TRACE(kTraceEnter, "KT_usRechercherTable : usNumFichierBinaire = %d, pcNomTable = %s",
            usNumFichier, kt::binfiles::Text(pcNomTable));
   uint16_t us = KT_OK;
@@ -136,7 +141,7 @@ uint16_t KT_usRechercherTable(uint16_t usNumFichier, const char* pcNomTable,
   us = usTailleDonnneeFichierBinaire(usNumFichier, &data_size);
   if (us != KT_OK) return us;
   std::FILE* stream = file->pfFichier;
-  const long start = kt::io::Tell(stream);
+  const kt::io::Offset start = kt::io::Tell(stream);
   if (start < 0) return us = KT_FAIL(KT_ERR_FIN_FICHIER);
 
   // Going back to the first table means reading the file header again,
@@ -149,18 +154,18 @@ uint16_t KT_usRechercherTable(uint16_t usNumFichier, const char* pcNomTable,
     return usLireEnteteFichierBinaire(usNumFichier, file_header.data());
   };
   while (us == KT_OK && !found) {
-    const long position = kt::io::Tell(stream);
+    const kt::io::Offset position = kt::io::Tell(stream);
     if (position < 0) {
       us = KT_FAIL(KT_ERR_FIN_FICHIER);
     } else if (wrapped && position >= start) {
       us = KT_FAIL(KT_ERR_FIN);
-    } else if (position < static_cast<long>(data_size)) {
+    } else if (position < static_cast<kt::io::Offset>(data_size)) {
       us = KT_usLireEnteteTable(usNumFichier, psEntete);
       if (us == KT_OK) {
         if (std::strcmp(psEntete->cNom, pcNomTable) == 0) {
           found = true;
-        } else if (kt::io::Seek(stream, static_cast<long>(psEntete->ulTailleDonnees), SEEK_CUR) !=
-                   0) {
+        } else if (kt::io::Seek(stream, static_cast<kt::io::Offset>(psEntete->ulTailleDonnees),
+                                SEEK_CUR) != 0) {
           us = KT_FAIL(KT_ERR_FIN_FICHIER);
         }
       }

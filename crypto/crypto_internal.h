@@ -24,9 +24,6 @@ inline constexpr std::uint32_t kDigestInfoLen = KT_DIGEST_INFO_LEN;
 using Number = NN_DIGIT[kMaxDigits];
 using Product = NN_DIGIT[2 * kMaxDigits];
 
-// The one wipe of the toolkit: a volatile loop the optimiser keeps.
-inline void Wipe(void* p, std::size_t n) noexcept { kt::SecureWipe(p, n); }
-
 // a = the single digit b over `digits` digits (a[0] = b, the rest zero).
 inline void AssignDigit(NN_DIGIT* a, NN_DIGIT b, std::uint32_t digits) noexcept {
   NN_AssignZero(a, digits);

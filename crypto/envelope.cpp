@@ -160,7 +160,7 @@ uint32_t R_SealFinal(R_EnvelopeContext* context, unsigned char* partOut, uint32_
   const uint32_t pad_len = kBlockLen - context->bufferLen;
   R_memset(&context->buffer[context->bufferLen], static_cast<int32_t>(pad_len), pad_len);
   const uint32_t status = CipherUpdate(context, partOut, context->buffer, kBlockLen);
-  kt::crypto::Wipe(context->buffer, sizeof context->buffer);  // the content's tail
+  kt::SecureWipe(context->buffer, sizeof context->buffer);  // the content's tail
   if (status != KT_RE_OK) return status;
   *partOutLen = kBlockLen;
   // Back to the original IV: the same key and IV can seal another message.

@@ -85,7 +85,7 @@ void MD2Final(unsigned char digest[16], MD2Context* context) {
   // transform changes it.
   MD2Update(context, context->checksum, 16);
   MD2_memcpy(digest, context->state, 16);
-  kt::crypto::Wipe(context, sizeof *context);
+  kt::SecureWipe(context, sizeof *context);
 }
 
 /* see kt_crypto.h */

@@ -171,7 +171,7 @@ void MD5Final(unsigned char digest[16], MD5Context* context) {
   MD5Update(context, kt::crypto::kPadding, pad_len);
   MD5Update(context, bits, 8);
   Encode(digest, context->state, 16);
-  kt::crypto::Wipe(context, sizeof *context);
+  kt::SecureWipe(context, sizeof *context);
 }
 
 /* see kt_crypto.h */

@@ -63,7 +63,7 @@ uint32_t R_GetRandomBytesNeeded(uint32_t* bytesNeeded, const R_RandomContext* co
 }
 
 /* see kt_crypto.h */
-void R_RandomFinal(R_RandomContext* context) { kt::crypto::Wipe(context, sizeof *context); }
+void R_RandomFinal(R_RandomContext* context) { kt::SecureWipe(context, sizeof *context); }
 
 /* see kt_crypto.h */
 uint32_t R_GenerateBytes(unsigned char* output, uint32_t len, R_RandomContext* context) {

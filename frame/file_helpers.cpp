@@ -15,10 +15,10 @@ using namespace kt::traces;
 
 uint16_t KT_usLongueurFichier(FILE* pfFichier, uint32_t* pulLongueur) {
   if (pfFichier == nullptr || pulLongueur == nullptr) return KT_FAIL(KT_ERR_ARGUMENT);
-  const long position = kt::io::Tell(pfFichier);
+  const kt::io::Offset position = kt::io::Tell(pfFichier);
   if (position == -1L) return KT_FAIL(KT_ERR_FICHIER);
   if (kt::io::Seek(pfFichier, 0L, SEEK_END) != 0) return KT_FAIL(KT_ERR_FICHIER);
-  const long end = kt::io::Tell(pfFichier);
+  const kt::io::Offset end = kt::io::Tell(pfFichier);
   *pulLongueur = static_cast<uint32_t>(end);  // stored before the check, as callers expect
   if (end == -1L) return KT_FAIL(KT_ERR_FICHIER);
   // 0 on success; a failed seek back gives 0xFFFF, which callers treat as an error.
@@ -118,8 +118,8 @@ uint32_t donneDateHeure(char* pcBuffer, uint32_t* pulTaille, const char* pcForma
 
 namespace kt::frame {
 
-char* CopyText(const char* text, std::size_t length) noexcept {
-  char* copy = static_cast<char*>(KT_Allouer(static_cast<std::uint32_t>(length + 1)));
+char* CopyText(const char* text, std::size_t length, std::source_location site) noexcept {
+  char* copy = static_cast<char*>(Allocate(static_cast<std::uint32_t>(length + 1), site));
   if (copy != nullptr) {
     std::memcpy(copy, text, length);
     copy[length] = '\0';

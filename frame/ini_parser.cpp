@@ -298,16 +298,6 @@ bool Finish(std::FILE* out) {
   return kt::io::Close(out) == 0 && synced;
 }
 
-bool CreateIniFile(const char* path, const char* section, const char* key, const char* value) {
-  std::FILE* out = kt::io::Open(path, "w");
-  if (out == nullptr) return false;
-  bool ok = kt::io::Printf(out, "[%s]\n", section) >= 0;
-  ok = ok && kt::io::Printf(out, "%s=%s\n", key, value) >= 0;
-  ok = Finish(out) && ok;
-  if (!ok) (void)kt::io::Unlink(path);  // a file we created ourselves, half written
-  return ok;
-}
-
 // Copies `from` to `to` byte for byte.
 bool CopyFile(const char* from, const char* to) {
   std::FILE* in = kt::io::Open(from, "rb");
@@ -346,6 +336,24 @@ bool ReplaceTarget(const char* temporary, const char* target) {
     }
   }
   (void)kt::io::Unlink(temporary);
+  return ok;
+}
+
+// Creates the target with its two lines through a copy beside it, renamed
+// over it when complete, so that a failure never leaves a half-written
+// target behind. The copy lies in the target's own directory, which must be
+// writable for the creation anyway: the preferences directory need not be.
+bool CreateIniFile(const char* target, const char* section, const char* key,
+                   const char* value) {
+  PathBuffer sibling;
+  const int length = std::snprintf(sibling, kPathCapacity, "%s%s", target, kSiblingSuffix);
+  if (length < 0 || static_cast<std::size_t>(length) >= kPathCapacity) return false;
+  std::FILE* out = kt::io::Open(sibling, "w");
+  if (out == nullptr) return false;
+  bool ok = kt::io::Printf(out, "[%s]\n", section) >= 0;
+  ok = ok && kt::io::Printf(out, "%s=%s\n", key, value) >= 0;
+  ok = Finish(out) && ok && kt::io::Rename(sibling, target) == 0;
+  if (!ok) (void)kt::io::Unlink(sibling);
   return ok;
 }
 
@@ -431,15 +439,12 @@ void* vln_GetIniInfo(const char* pcSection, const char* pcCle, void* pDestinatio
   const int descriptor = kt::io::OpenForReading(path);
   if (descriptor < 0) return pDestination;
   std::uint64_t file_size = 0;
-  if (kt::io::DescriptorSize(descriptor, &file_size) != 0) {
-    (void)kt::io::CloseDescriptor(descriptor);
-    return nullptr;
-  }
+  const bool sized = kt::io::DescriptorSize(descriptor, &file_size) == 0;
   // The block takes size + 1 bytes in a 32-bit count, and the scan adds up
   // to 2 to positions below the size: larger files count as too big to hold.
-  if (file_size > std::numeric_limits<std::uint32_t>::max() - 2) {
+  if (!sized || file_size > std::numeric_limits<std::uint32_t>::max() - 2) {
     (void)kt::io::CloseDescriptor(descriptor);
-    return pDestination;
+    return sized ? pDestination : nullptr;
   }
   auto size = static_cast<std::uint32_t>(file_size);
   char* text = kt::frame::ReadWhole(descriptor, &size);

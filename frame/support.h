@@ -1,5 +1,5 @@
 // Stateless helpers shared by every folder: wiping of secrets that the
-// optimiser cannot drop, scope guards and big-endian packing. Header-only and
+// optimiser cannot drop, and big-endian packing. Header-only and
 // free of library state, so the crypto toolkit may include it too.
 #ifndef KT_FRAME_SUPPORT_H_
 #define KT_FRAME_SUPPORT_H_
@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <tuple>
-#include <utility>
 
 namespace kt {
 
@@ -30,23 +29,6 @@ class WipeOnExit {
 
  private:
   std::tuple<T&...> objects_;
-};
-
-// Runs a callable when the scope ends, unless Dismiss() was called first.
-template <class F>
-class ScopeExit {
- public:
-  explicit ScopeExit(F f) noexcept : f_(std::move(f)) {}
-  ~ScopeExit() {
-    if (active_) f_();
-  }
-  void Dismiss() noexcept { active_ = false; }
-  ScopeExit(const ScopeExit&) = delete;
-  ScopeExit& operator=(const ScopeExit&) = delete;
-
- private:
-  F f_;
-  bool active_ = true;
 };
 
 // Big-endian packing, byte by byte: the formats never depend on the host.

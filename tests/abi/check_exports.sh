@@ -4,7 +4,8 @@
 set -euo pipefail
 library=$1
 expected=$2
-actual=$(nm -D --defined-only "$library" | awk '{print $3}' | sed 's/@.*//' | grep -v '^$' | sort -u)
+nm=${3:-nm}  # the target's nm for a foreign library
+actual=$("$nm" -D --defined-only "$library" | awk '{print $3}' | sed 's/@.*//' | grep -v '^$' | sort -u)
 if ! diff <(sort -u "$expected") <(printf '%s\n' "$actual"); then
   echo "exported symbols differ from $expected ('<' listed only, '>' exported only)" >&2
   exit 1

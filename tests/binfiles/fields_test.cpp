@@ -3,6 +3,7 @@
 // the byte counter and the write mode.
 #include <malloc.h>
 
+#include <bit>
 #include <clocale>
 #include <cmath>
 #include <cstdio>
@@ -163,8 +164,12 @@ bool UseCommaLocale(const ScratchDir& dir) {
   for (const char* name : {"fr_FR.UTF-8", "de_DE.UTF-8", "fr_FR", "de_DE"}) {
     if (std::setlocale(LC_ALL, name) != nullptr) return true;
   }
+  // Under an emulator localedef is the host's: the locale files must be in
+  // this program's byte order, not the host's.
   const std::string command =
-      "localedef -i fr_FR -f ISO-8859-1 " + dir.File("fr_FR") + " >/dev/null 2>&1";
+      "localedef -i fr_FR -f ISO-8859-1" +
+      std::string(std::endian::native == std::endian::big ? " --big-endian " : " ") +
+      dir.File("fr_FR") + " >/dev/null 2>&1";
   if (std::system(command.c_str()) != 0) return false;
   setenv("LOCPATH", dir.path().c_str(), 1);
   return std::setlocale(LC_ALL, "fr_FR") != nullptr;

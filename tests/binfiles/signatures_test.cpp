@@ -4,6 +4,7 @@
 #include <string>
 
 #include "binfiles/binfile_test_util.h"
+#include "crypto/crypto_test_util.h"
 #include "frame/frame_internal.h"
 
 #ifdef KT_HAVE_OPENSSL
@@ -37,6 +38,20 @@ class BinFileSignatures : public BinFileTest {
     return Build(name, KT_CONTROLE_SIGNATURE, WriteSample, kKeyFile.c_str());
   }
 };
+
+// RSA blocks of the development key over "un message a signer": its MD5
+// signature (checked apart with the public key), and RSAPublicEncrypt with
+// the padding from SeededRandom(7).
+const char kSignatureKat[] =
+    "083de121f7a5c9c39bc3f687a276bc6de880b05d20f041f5f63fe82fa27106cb"
+    "33f2b10b70e8ba5c0426472c9c42ac281d53d36f07ce79171e7c459807528cb9"
+    "c026dbe53fa5a81f2fb3e9c37504a5ce1bf4952c2c758699708d572d42fac8a4"
+    "54898cb2ebaa9e4ed90ad08c571833bd45befc64b9a4655c66fc8a14cbe015c7";
+const char kCryptogramKat[] =
+    "9be82fca0e42f757681d700ae6fdb901090e433965fcfe5c21c970b550bd1862"
+    "1f9149e31bf29f561ef011cf38496a26a5ded44c29399b07238d961532afad8a"
+    "700d54d74c2ab3e36e78e19b9428b7eea7a9fa41c61ad35e088237fc335a6c7e"
+    "a3f8e5873e9623cbd56d15eddc76922b86deca538a8da6a61535f7e2a0c0c98d";
 
 R_RSAPrivateKey ReadKey(const std::string& path) {
   R_RSAPrivateKey key{};
@@ -111,6 +126,28 @@ TEST_F(BinFileSignatures, MessagesSignAndVerifyWithTheBuiltInKey) {
   EXPECT_EQ(KT_usCalculerSignatureMessage(data, 19, small, signature), KT_ECHEC);
   ArmFault(Fault::kAlloc, 0);
   EXPECT_EQ(KT_LireClePublique(), nullptr);
+}
+
+// Known answers, the same on every host whatever its byte order.
+TEST_F(BinFileSignatures, RsaBlocksAreKnownAnswers) {
+  const auto* data = reinterpret_cast<const uint8_t*>("un message a signer");
+  uint8_t signature[128] = {};
+  ASSERT_EQ(KT_usCalculerSignatureMessage(data, 19, ReadKey(kKeyFile), signature), KT_OK);
+  EXPECT_EQ(Hex(signature, 128), kSignatureKat);
+
+  R_RandomContext random = SeededRandom(7);
+  R_RSAPublicKey* pub = KT_LireClePublique();
+  ASSERT_NE(pub, nullptr);
+  unsigned char cryptogram[128], back[128];
+  uint32_t length = 0, back_length = 0;
+  EXPECT_EQ(RSAPublicEncrypt(cryptogram, &length, data, 19, pub, &random), KT_RE_OK);
+  KT_Liberer(pub);
+  R_RandomFinal(&random);
+  ASSERT_EQ(length, 128u);
+  EXPECT_EQ(Hex(cryptogram, 128), kCryptogramKat);
+  const R_RSAPrivateKey priv = ReadKey(kKeyFile);
+  ASSERT_EQ(RSAPrivateDecrypt(back, &back_length, cryptogram, length, &priv), KT_RE_OK);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(back), back_length), "un message a signer");
 }
 
 TEST_F(BinFileSignatures, KeyFileAndSigningFailures) {

@@ -38,6 +38,21 @@ TEST_F(BinFileTables, SearchWrapsOnceAndStopsWhereItStarted) {
   });
 }
 
+TEST_F(BinFileTables, SizesPast2GiBSkipBeyondTheEndOnEveryHost) {
+  // A 32-bit host once took these sizes for negative offsets: the skip
+  // failed with KT_ERR_FIN_FICHIER instead of wrapping round.
+  for (const uint32_t size : {0x80000000u, 0xFFFFFFFFu}) {
+    std::string bytes = Build("big", KT_CONTROLE_AUCUN, WriteSample);
+    for (int i = 0; i < 4; ++i) bytes[kChamps + 10 + i] = static_cast<char>(size >> (24 - 8 * i));
+    WriteFile(Path("big"), bytes + std::string(128, 's'));  // the tables are data
+    Read("big", KT_CONTROLE_AUCUN, [size](uint16_t n) {
+      Search(n, "TVALEUR", KT_ERR_FIN);  // skips past the end, wraps, stops
+      EXPECT_EQ(Position(n), kChamps);
+      EXPECT_EQ(Search(n, "TCHAMPS", KT_OK).ulTailleDonnees, size);
+    });
+  }
+}
+
 TEST_F(BinFileTables, OnlyTypeOneCountsTheLast128BytesAsData) {
   // 197 bytes: less 128, the data end before the first table.
   Build("zero", KT_CONTROLE_AUCUN, WriteSample);

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -19,17 +21,22 @@ class FileHelpers : public kt::test::KtTest {
   ScratchDir dir_;
 };
 
-TEST_F(FileHelpers, LengthLeavesThePositionWhereItWas) {
-  const std::string path = dir_.File("f.bin");
-  WriteFile(path, std::string(1234, 'x'));
-  FILE* stream = std::fopen(path.c_str(), "rb");
-  ASSERT_NE(stream, nullptr);
-  ASSERT_EQ(std::fseek(stream, 100, SEEK_SET), 0);
-  std::uint32_t length = 0;
-  EXPECT_EQ(KT_usLongueurFichier(stream, &length), KT_OK);
-  EXPECT_EQ(length, 1234u);
-  EXPECT_EQ(std::ftell(stream), 100);
-  std::fclose(stream);
+TEST_F(FileHelpers, LengthLeavesThePositionWhereItWasAndHoldsPast2GiB) {
+  // The second file is sparse: 3 GiB and 5 bytes, which a 32-bit long
+  // cannot hold.
+  for (const std::uint32_t size : {1234u, 0xC0000005u}) {
+    const std::string path = dir_.File("f.bin");
+    WriteFile(path, "");
+    if (::truncate(path.c_str(), size) != 0) GTEST_SKIP() << "no sparse file of " << size;
+    FILE* stream = std::fopen(path.c_str(), "rb");
+    ASSERT_NE(stream, nullptr);
+    ASSERT_EQ(std::fseek(stream, 100, SEEK_SET), 0);
+    std::uint32_t length = 0;
+    EXPECT_EQ(KT_usLongueurFichier(stream, &length), KT_OK);
+    EXPECT_EQ(length, size);
+    EXPECT_EQ(std::ftell(stream), 100);
+    std::fclose(stream);
+  }
 }
 
 TEST_F(FileHelpers, LengthReportsEachFailingStep) {
