@@ -8,9 +8,44 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <version>
+#if defined(__cpp_lib_source_location)
 #include <source_location>
+#endif
 
 #include "kt_frame.h"
+
+namespace kt {
+
+#if defined(__cpp_lib_source_location)
+using SourceSite = kt::SourceSite;
+#else
+// Where the standard library has no kt::SourceSite (libstdc++ 12 under
+// Clang 14, the fuzzing build), the same fields come from the builtins it
+// is made of; as default arguments they name the caller's line.
+class SourceSite {
+ public:
+  static constexpr SourceSite current(const char* file = __builtin_FILE(),
+                                      unsigned line = __builtin_LINE(),
+                                      unsigned column = __builtin_COLUMN()) noexcept {
+    SourceSite site;
+    site.file_ = file;
+    site.line_ = line;
+    site.column_ = column;
+    return site;
+  }
+  constexpr const char* file_name() const noexcept { return file_; }
+  constexpr unsigned line() const noexcept { return line_; }
+  constexpr unsigned column() const noexcept { return column_; }
+
+ private:
+  const char* file_ = "";
+  unsigned line_ = 0;
+  unsigned column_ = 0;
+};
+#endif
+
+}  // namespace kt
 
 namespace kt::testing {
 
@@ -63,11 +98,11 @@ namespace kt::frame {
 
 // True when the next call of this kind, made at `site`, is to fail. One load
 // and one test when nothing is armed.
-bool ShouldFail(testing::Fault fault, const std::source_location& site) noexcept;
+bool ShouldFail(testing::Fault fault, const kt::SourceSite& site) noexcept;
 
 // KT_Allouer, with the caller's location for fault injection.
 void* Allocate(std::uint32_t size,
-               std::source_location site = std::source_location::current()) noexcept;
+               kt::SourceSite site = kt::SourceSite::current()) noexcept;
 
 // The running total of usable sizes of live KT_Allouer blocks, and its peak.
 std::uint32_t AllocatedTotal() noexcept;
@@ -80,7 +115,7 @@ const char* PreferencesDirectory() noexcept;
 // A new block from KT_Allouer holding the first `length` characters of
 // `text` and a terminator, or null.
 char* CopyText(const char* text, std::size_t length,
-               std::source_location site = std::source_location::current()) noexcept;
+               kt::SourceSite site = kt::SourceSite::current()) noexcept;
 
 // Starts of the library not yet matched by a stop.
 std::uint16_t LoadCount() noexcept;
@@ -96,7 +131,7 @@ std::uint16_t LoadCount() noexcept;
 // location, which names the call site that a fault hit.
 namespace kt::io {
 
-using Site = std::source_location;
+using Site = kt::SourceSite;
 
 std::FILE* Open(const char* path, const char* mode, Site site = Site::current()) noexcept;
 // Closes the stream in every case; returns EOF when a failure is injected.

@@ -53,7 +53,7 @@ using namespace kt::traces;
 
 namespace kt::frame {
 
-void* Allocate(std::uint32_t size, std::source_location site) noexcept {
+void* Allocate(std::uint32_t size, kt::SourceSite site) noexcept {
   void* block = ShouldFail(testing::Fault::kAlloc, site) ? nullptr : std::malloc(size);
   const std::uint32_t usable = kt::frame::UsableSize(block);
   KT_TRACE(kTraceEnter, "Allocation de %u (%u) a l'adresse %p", size, usable, block);

@@ -26,7 +26,7 @@ std::array<FailedSite, kMaxSites> g_sites{};
 int g_site_count = 0;
 FailedSite g_last_site{nullptr, 0, 0, Fault::kCount};
 
-void NoteFailedSite(const std::source_location& where, Fault fault) {
+void NoteFailedSite(const kt::SourceSite& where, Fault fault) {
   g_last_site = {where.file_name(), static_cast<int>(where.line()),
                  static_cast<int>(where.column()), fault};
   for (int i = 0; i < g_site_count; ++i) {
@@ -99,7 +99,7 @@ void ResetAll() {
 
 namespace kt::frame {
 
-bool ShouldFail(testing::Fault fault, const std::source_location& site) noexcept {
+bool ShouldFail(testing::Fault fault, const kt::SourceSite& site) noexcept {
   using testing::Fault;
   using testing::g_faults;
   if (!testing::g_any_armed) return false;

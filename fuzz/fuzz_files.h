@@ -3,6 +3,7 @@
 #ifndef KT_FUZZ_FUZZ_FILES_H_
 #define KT_FUZZ_FUZZ_FILES_H_
 
+#include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,14 +26,22 @@ inline std::string ScratchBase() {
   return "/tmp";
 }
 
-// A directory made once per run under ScratchBase(), removed at exit; each
-// input removes its own files. The name is never destroyed, so that exit
-// handlers registered after it can still use it.
+// A directory made once per run under ScratchBase(), removed at exit with
+// the files left in it (the ini writers' lock file, for one). The name is
+// never destroyed, so that exit handlers registered after it can use it.
 inline const std::string& ScratchDirectory(const char* prefix) {
   static const std::string* const directory = [prefix] {
     auto* made = new std::string(ScratchBase() + "/" + prefix + ".XXXXXX");
     if (mkdtemp(made->data()) == nullptr) std::abort();
-    std::atexit([] { (void)rmdir(directory->c_str()); });
+    std::atexit([] {
+      if (DIR* listing = opendir(directory->c_str())) {
+        while (const dirent* entry = readdir(listing)) {
+          (void)unlink((*directory + "/" + entry->d_name).c_str());  // fails on . and ..
+        }
+        (void)closedir(listing);
+      }
+      (void)rmdir(directory->c_str());
+    });
     return made;
   }();
   return *directory;

@@ -18,18 +18,11 @@
 
 namespace {
 
-const char* const kFiles[] = {"/fuzz.ini", "/WriteIniTmp.txt", "/fuzz.ini~WriteIniTmp",
-                              "/WriteIniTmp.lck"};
-
-// A private preferences directory for the whole run, set once and emptied
-// at exit.
+// A private preferences directory for the whole run, set once.
 const std::string& PreferencesDirectory() {
   static const std::string& directory = []() -> const std::string& {
     const std::string& made = kt::fuzz::ScratchDirectory("kt_ini_fuzz");
     setenv("KT_PREFERENCES_DIR", made.c_str(), 1);
-    std::atexit([] {
-      for (const char* name : kFiles) (void)unlink((PreferencesDirectory() + name).c_str());
-    });
     return made;
   }();
   return directory;
