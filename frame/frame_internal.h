@@ -18,9 +18,9 @@
 namespace kt {
 
 #if defined(__cpp_lib_source_location)
-using SourceSite = kt::SourceSite;
+using SourceSite = std::source_location;
 #else
-// Where the standard library has no kt::SourceSite (libstdc++ 12 under
+// Where the standard library has no std::source_location (libstdc++ 12 under
 // Clang 14, the fuzzing build), the same fields come from the builtins it
 // is made of; as default arguments they name the caller's line.
 class SourceSite {
