@@ -13,6 +13,14 @@
 
 #include <utility>
 
+// Full unrolling of the fixed-size column loops; Clang unrolls them by
+// itself and warns (an error here) when a hint cannot be applied exactly.
+#if defined(__clang__)
+#define KT_UNROLL
+#else
+#define KT_UNROLL _Pragma("GCC unroll 32")
+#endif
+
 namespace kt::crypto {
 namespace {
 
@@ -91,9 +99,9 @@ void MontMul(Limb* r, const Limb* a, const Limb* b, const MontModulus& m) {
   const Limb* n = m.n;
   Limb q[K], t[K];
   Column acc;
-#pragma GCC unroll 32
+KT_UNROLL
   for (std::uint32_t i = 0; i < K; ++i) {
-#pragma GCC unroll 32
+KT_UNROLL
     for (std::uint32_t j = 0; j < i; ++j) {
       acc.Add(Product(a[j], b[i - j]));
       acc.Add(Product(q[j], n[i - j]));
@@ -103,9 +111,9 @@ void MontMul(Limb* r, const Limb* a, const Limb* b, const MontModulus& m) {
     acc.Add(Product(q[i], n[0]));
     acc.Shift();
   }
-#pragma GCC unroll 32
+KT_UNROLL
   for (std::uint32_t i = K; i < 2 * K - 1; ++i) {
-#pragma GCC unroll 32
+KT_UNROLL
     for (std::uint32_t j = i - K + 1; j < K; ++j) {
       acc.Add(Product(a[j], b[i - j]));
       acc.Add(Product(q[j], n[i - j]));
@@ -128,7 +136,7 @@ void MontSqr(Limb* r, const Limb* a, const MontModulus& m) {
   // Adds the column's cross products a[j] a[i - j], j < i - j, twice.
   auto cross = [a, &acc](std::uint32_t i, std::uint32_t from) {
     Column pairs;
-#pragma GCC unroll 32
+KT_UNROLL
     for (std::uint32_t j = from; 2 * j < i; ++j) pairs.Add(Product(a[j], a[i - j]));
     // Twice the pairs: at most three limbs since each pair sum is below 2^(3 limbs - 1).
     const Limb carry = static_cast<Limb>(pairs.low >> (2 * kLimbBits - 1));
@@ -138,19 +146,19 @@ void MontSqr(Limb* r, const Limb* a, const MontModulus& m) {
     acc.top += pairs.top;
     if (i % 2 == 0) acc.Add(Product(a[i / 2], a[i / 2]));
   };
-#pragma GCC unroll 32
+KT_UNROLL
   for (std::uint32_t i = 0; i < K; ++i) {
     cross(i, 0);
-#pragma GCC unroll 32
+KT_UNROLL
     for (std::uint32_t j = 0; j < i; ++j) acc.Add(Product(q[j], n[i - j]));
     q[i] = Lo(acc.low) * m.n0;
     acc.Add(Product(q[i], n[0]));
     acc.Shift();
   }
-#pragma GCC unroll 32
+KT_UNROLL
   for (std::uint32_t i = K; i < 2 * K - 1; ++i) {
     cross(i, i - K + 1);
-#pragma GCC unroll 32
+KT_UNROLL
     for (std::uint32_t j = i - K + 1; j < K; ++j) acc.Add(Product(q[j], n[i - j]));
     t[i - K] = acc.Shift();
   }

@@ -210,8 +210,7 @@ void HandOutVersions(Start& start, char** version_kt, char** version_tables) {
     KT_Liberer(kt_block);
     KT_Liberer(tables_block);
     start.main = KT_FAIL(KT_ERR_MEMOIRE);
-    (void)usGTSupprTables();        // result not used here
-    (void)usLibererFichier(start.file);  // result not used here
+    (void)usGTSupprTables();  // result not used here; step 10 gives the file back
     return;
   }
   if (version_kt != nullptr) *version_kt = kt_block; else KT_Liberer(kt_block);
@@ -266,7 +265,15 @@ uint16_t usIAInitialisation(char** ppcVersionKT, char** ppcVersionTables) {
   if (start.main == KT_OK) HandOutVersions(start, ppcVersionKT, ppcVersionTables);  // step 9
   // Step 10.
   KT_TRACE(kTraceExit, "IAInitialisation");
-  if (start.main == KT_OK) start.main = usLibererFichier(start.file);
+  if (start.main == KT_OK) {
+    start.main = usLibererFichier(start.file);
+  } else if (start.file != 0) {
+    // A start that failed after opening the tables file gives its slot and
+    // stream back (silently: the release writes no trace), or every failed
+    // start would hold one of the 100 slots for good. Only a version
+    // mismatch keeps the file reserved, and it returned above.
+    (void)usLibererFichier(start.file);
+  }
   if (start.main == KT_OK) ++nbre_chargt_module;
   // Step 11: a failed version file is reported although the library is started.
   return start.main != KT_OK ? start.main : start.secondary;

@@ -113,6 +113,8 @@ TEST_F(Startup, MissingWorkingDirectoryFailsWithTheDictionaryKept) {
   EXPECT_EQ(Start(), KT_ERR_REP_TRAVAIL);
   EXPECT_EQ(kt::frame::LoadCount(), 0);
   EXPECT_EQ(g_ulNbTabGrp, 3u);
+  FichierBinaire* slot = nullptr;  // the tables file went back with its slot
+  EXPECT_EQ(usRechercherFichier(1, &slot), KT_ERR_NUMERO_INCONNU);
 }
 
 TEST_F(Startup, VersionFieldsAreComparedWithTheLibraryVersion) {
@@ -158,6 +160,10 @@ TEST_F(Startup, AForeignTableReleasesWhatWasLoaded) {
   EXPECT_EQ(Start(), KT_ERR_FIN_FICHIER);
   EXPECT_EQ(g_stTabGrp, nullptr);
   EXPECT_EQ(kt::frame::LoadCount(), 0);
+  FichierBinaire* slot = nullptr;
+  EXPECT_EQ(usRechercherFichier(1, &slot), KT_ERR_NUMERO_INCONNU);
+  // Failed starts never use up the slots.
+  for (int i = 0; i < 110; ++i) ASSERT_EQ(Start(), KT_ERR_FIN_FICHIER) << i;
 }
 
 TEST_F(Startup, CorruptedTablesFileFailsItsCrc) {
