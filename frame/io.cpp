@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 
@@ -19,8 +20,9 @@ using testing::Fault;
 // indicator is reported as set until it is closed, as stdio would.
 std::FILE* g_failed_stream = nullptr;
 
-// Streams and descriptors opened here and not yet closed.
-int g_open_handles = 0;
+// Streams and descriptors opened here and not yet closed. Atomic: every
+// open and close of every thread counts here, armed or not.
+std::atomic<int> g_open_handles{0};
 
 bool Inject(Fault fault, std::FILE* stream, const Site& site) {
   if (!frame::ShouldFail(fault, site)) return false;
@@ -34,14 +36,14 @@ bool Inject(Fault fault, std::FILE* stream, const Site& site) {
 std::FILE* Open(const char* path, const char* mode, Site site) noexcept {
   if (Inject(Fault::kOpen, nullptr, site)) return nullptr;
   std::FILE* stream = std::fopen(path, mode);
-  if (stream != nullptr) ++g_open_handles;
+  if (stream != nullptr) g_open_handles.fetch_add(1, std::memory_order_relaxed);
   return stream;
 }
 
 int Close(std::FILE* stream, Site site) noexcept {
   if (stream == g_failed_stream) g_failed_stream = nullptr;
   const bool fail = Inject(Fault::kClose, nullptr, site);
-  --g_open_handles;
+  g_open_handles.fetch_sub(1, std::memory_order_relaxed);
   const int result = std::fclose(stream);
   return fail ? EOF : result;
 }
@@ -108,7 +110,7 @@ int OpenForReading(const char* path, Site site) noexcept {
   do {
     descriptor = ::open(path, O_RDONLY | O_CLOEXEC);
   } while (descriptor < 0 && errno == EINTR);
-  if (descriptor >= 0) ++g_open_handles;
+  if (descriptor >= 0) g_open_handles.fetch_add(1, std::memory_order_relaxed);
   return descriptor;
 }
 
@@ -131,7 +133,7 @@ long ReadDescriptor(int descriptor, void* buffer, std::size_t count, Site site) 
 
 int CloseDescriptor(int descriptor, Site site) noexcept {
   const bool fail = Inject(Fault::kClose, nullptr, site);
-  --g_open_handles;
+  g_open_handles.fetch_sub(1, std::memory_order_relaxed);
   const int result = ::close(descriptor);
   return fail ? -1 : result;
 }
@@ -155,6 +157,6 @@ void ResetSeam() noexcept { g_failed_stream = nullptr; }
 
 namespace kt::testing {
 
-int OpenHandles() { return io::g_open_handles; }
+int OpenHandles() { return io::g_open_handles.load(std::memory_order_relaxed); }
 
 }  // namespace kt::testing

@@ -32,13 +32,11 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
   run_suite sanitize -DCMAKE_BUILD_TYPE=Debug -DKT_SANITIZE=ON
 
 # ThreadSanitizer: only the tests that run threads (the others are single-
-# threaded and cannot race), built with Clang when it is here.
+# threaded and cannot race).
 echo "=== thread sanitizer build ==="
 build="$root/build/tsan"
-tsan_compilers=()
-command -v clang++ >/dev/null && tsan_compilers=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++)
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKT_SANITIZE=thread \
-  "${tsan_compilers[@]}" >/dev/null
+  >/dev/null
 cmake --build "$build" -j "$jobs" --target kt_threads_tests
 (cd "$build" && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
   ctest --output-on-failure -j "$jobs" --timeout 600 -R '^Stress')
