@@ -1,5 +1,6 @@
-// Binary table files: the CRC-16 over a 1 MiB file, and opening (with its
-// check) 1 MiB files of control types 1 and 2, in MB/s. The signed file is
+// Binary table files: the CRC-16 over a 1 MiB file and buffer, beside
+// zlib's crc32 on the same file and buffer (the peer for checksum speed),
+// and opening (with its check) 1 MiB files of control types 1 and 2, in MB/s. The signed file is
 // made with the development key, so the type-2 case needs a build with the
 // development public key.
 #include <benchmark/benchmark.h>
@@ -14,6 +15,10 @@
 
 #include "binfiles/binfiles_internal.h"
 #include "kt_binfiles.h"
+
+#ifdef KT_HAVE_ZLIB
+#include <zlib.h>
+#endif
 
 namespace {
 
@@ -90,6 +95,36 @@ void BM_BinFile_Crc16Memory(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * kFileBytes);
 }
 BENCHMARK(BM_BinFile_Crc16Memory);
+
+#ifdef KT_HAVE_ZLIB
+// zlib's crc32 over the same 1 MiB file (read in 32 KiB blocks) and buffer.
+void BM_BinFile_Crc16File_Zlib(benchmark::State& state) {
+  const std::string path = MakeFile("crc.bin", KT_CONTROLE_AUCUN, nullptr);
+  std::FILE* stream = std::fopen(path.c_str(), "rb");
+  std::vector<unsigned char> block(32 * 1024);
+  for (auto _ : state) {
+    std::fseek(stream, 4, SEEK_SET);
+    uLong crc = crc32(0L, Z_NULL, 0);
+    std::size_t got = 0;
+    while ((got = std::fread(block.data(), 1, block.size(), stream)) != 0) {
+      crc = crc32(crc, block.data(), static_cast<uInt>(got));
+    }
+    benchmark::DoNotOptimize(crc);
+  }
+  std::fclose(stream);
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * (kFileBytes - 4));
+}
+BENCHMARK(BM_BinFile_Crc16File_Zlib);
+
+void BM_BinFile_Crc16Memory_Zlib(benchmark::State& state) {
+  const std::vector<uint8_t> bytes = Filler(kFileBytes);
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(crc32(0L, bytes.data(), static_cast<uInt>(bytes.size())));
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * kFileBytes);
+}
+BENCHMARK(BM_BinFile_Crc16Memory_Zlib);
+#endif
 
 void OpenAndClose(benchmark::State& state, const char* name, uint16_t control) {
   char header[KT_TAILLE_ENTETE_FICHIER];

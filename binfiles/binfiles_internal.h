@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "frame/locks.h"
 #include "frame/support.h"
 #include "kt_binfiles.h"
 #include "traces/traces_internal.h"
@@ -25,10 +26,14 @@ inline constexpr std::uint32_t kExtensionEntryBytes = 5;
 inline constexpr std::uint16_t kTraceSubBinFiles = 7;  // dictionary and binary table files
 
 // The position of the size field of the table being written, 0 when none.
-// One for all files together (kept: callers finish one table before
-// starting another anywhere).
+// One for all files of a thread (kept: callers finish one table before
+// starting another anywhere); each thread has its own.
 std::int64_t PendingTablePosition() noexcept;
 void SetPendingTablePosition(std::int64_t position) noexcept;
+
+// The lock of a file number, null for a number outside 1 to 100. Every
+// public operation on a number holds it for its whole call.
+frame::SlotLock* FileLock(std::uint16_t number) noexcept;
 
 // The record of a number in use, provided the caller's other arguments were
 // all given: else the lookup's code, or KT_ERR_ARGUMENT.
@@ -54,28 +59,22 @@ inline void StripTrailingSpaces(char* text, std::size_t length) noexcept {
 }
 
 // The register of the file CRC: a reflected CRC with polynomial 0x1021
-// (0x8408 reflected), each byte shifted in at the top of the register, run
-// bit by bit without a table, and no closing zero bytes.
+// (0x8408 reflected), each byte shifted in at the top of the register, and
+// no closing zero bytes. That register equals the standard table-driven
+// (CRC-16/KERMIT) register over the data delayed by two bytes, XORed with the
+// two bytes still in flight, which is how Update computes it (crc16.cpp).
 class Crc16 {
  public:
-  void Update(const std::uint8_t* bytes, std::size_t count) noexcept {
-    for (std::size_t i = 0; i < count; ++i) {
-      register_ |= std::uint32_t{bytes[i]} << 16;
-      for (int bit = 0; bit < 8; ++bit) {
-        const bool low = (register_ & 1U) != 0;
-        register_ >>= 1;
-        if (low) register_ ^= kPolynomial;
-      }
-    }
-  }
+  void Update(const std::uint8_t* bytes, std::size_t count) noexcept;
   // The low 16 bits of the register with their two bytes swapped.
   std::uint16_t Value() const noexcept {
-    return static_cast<std::uint16_t>(((register_ >> 8) & 0xFFU) | ((register_ & 0xFFU) << 8));
+    const std::uint32_t r = kermit_ ^ in_flight_;
+    return static_cast<std::uint16_t>(((r >> 8) & 0xFFU) | ((r & 0xFFU) << 8));
   }
 
  private:
-  static constexpr std::uint32_t kPolynomial = 0x8408;
-  std::uint32_t register_ = 0;
+  std::uint16_t kermit_ = 0;     // over all bytes but the last two
+  std::uint16_t in_flight_ = 0;  // the last two bytes, the latest on top
 };
 
 // The 8-byte packed-decimal form of a double. False (nothing written) for

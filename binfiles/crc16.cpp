@@ -1,18 +1,66 @@
 // The CRC-16 of control type 1: computed over the file from offset 4 (the
 // space after the CRC field) to its end when a file written for it is
 // closed, stored as four upper-case hexadecimal digits at offset 0, and
-// compared when the file is opened. Existing files carry this exact value,
-// so the register (see Crc16 in binfiles_internal.h) is run bit by bit as it
-// always was; "123456789" gives 0x7F50.
+// compared when the file is opened. Existing files carry this exact value
+// (see Crc16 in binfiles_internal.h); "123456789" gives 0x7F50. The register
+// is computed eight bytes at a time with eight tables (slicing by 8), and
+// the file is read in large blocks.
 #include <array>
 
 #include "binfiles/binfiles_internal.h"
 #include "frame/frame_internal.h"
 
 namespace {
-constexpr std::size_t kBlockBytes = 1024;
+constexpr std::size_t kBlockBytes = 32 * 1024;
 constexpr int kCrcDigits = 4;
+constexpr std::uint16_t kPolynomial = 0x8408;  // 0x1021 reflected
+
+// kTables[0][x]: eight register steps on the byte x; kTables[k][x]: the same
+// byte followed by k zero bytes.
+using CrcTables = std::array<std::array<std::uint16_t, 256>, 8>;
+constexpr CrcTables kTables = [] {
+  CrcTables t{};
+  for (unsigned x = 0; x < 256; ++x) {
+    unsigned c = x;
+    for (int bit = 0; bit < 8; ++bit) c = (c & 1U) != 0 ? (c >> 1) ^ kPolynomial : c >> 1;
+    t[0][x] = static_cast<std::uint16_t>(c);
+  }
+  for (unsigned k = 1; k < 8; ++k) {
+    for (unsigned x = 0; x < 256; ++x) {
+      t[k][x] = static_cast<std::uint16_t>((t[k - 1][x] >> 8) ^ t[0][t[k - 1][x] & 0xFFU]);
+    }
+  }
+  return t;
+}();
+
+// The table-driven register over `count` bytes.
+std::uint16_t Kermit(std::uint16_t crc, const std::uint8_t* p, std::size_t count) noexcept {
+  for (; count >= 8; count -= 8, p += 8) {
+    crc = kTables[7][(p[0] ^ crc) & 0xFFU] ^ kTables[6][(p[1] ^ (crc >> 8)) & 0xFFU] ^
+          kTables[5][p[2]] ^ kTables[4][p[3]] ^ kTables[3][p[4]] ^ kTables[2][p[5]] ^
+          kTables[1][p[6]] ^ kTables[0][p[7]];
+  }
+  for (; count != 0; --count, ++p) crc = (crc >> 8) ^ kTables[0][(crc ^ *p) & 0xFFU];
+  return crc;
+}
+
 }  // namespace
+
+void kt::binfiles::Crc16::Update(const std::uint8_t* bytes, std::size_t count) noexcept {
+  if (count < 2) {
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::uint8_t leaving = static_cast<std::uint8_t>(in_flight_ & 0xFFU);
+      kermit_ = Kermit(kermit_, &leaving, 1);
+      in_flight_ = static_cast<std::uint16_t>((in_flight_ >> 8) | (bytes[i] << 8));
+    }
+    return;
+  }
+  // The two bytes in flight go in, then all but the last two new ones.
+  const std::uint8_t leaving[2] = {static_cast<std::uint8_t>(in_flight_ & 0xFFU),
+                                   static_cast<std::uint8_t>(in_flight_ >> 8)};
+  kermit_ = Kermit(Kermit(kermit_, leaving, 2), bytes, count - 2);
+  in_flight_ = static_cast<std::uint16_t>(bytes[count - 2] | (bytes[count - 1] << 8));
+}
 
 using kt::binfiles::CallTrace;
 
@@ -46,6 +94,7 @@ uint16_t usEcrireCRC(FILE* pfFichier, uint16_t usCRC) {
 }
 
 uint16_t usLireCRC(uint16_t usNumFichier, uint16_t* pusCRC) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;

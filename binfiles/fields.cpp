@@ -187,36 +187,43 @@ using kt::binfiles::CountOrder;
 using namespace kt::traces;
 
 uint16_t KT_usEcrireUnsignedChar(uint16_t usNumFichier, uint8_t ucValeur) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   return us = kt::binfiles::WriteBigEndian<1>(usNumFichier, ucValeur, CountOrder::kBeforeWrite);
 }
 
 uint16_t KT_usEcrireSignedChar(uint16_t usNumFichier, int8_t cValeur) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   return KT_usEcrireUnsignedChar(usNumFichier, static_cast<uint8_t>(cValeur));
 }
 
 uint16_t KT_usEcrireUnsignedShort(uint16_t usNumFichier, uint16_t usValeur) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   return us = kt::binfiles::WriteBigEndian<2>(usNumFichier, usValeur, CountOrder::kAfterWrite);
 }
 
 uint16_t KT_usEcrireSignedShort(uint16_t usNumFichier, int16_t sValeur) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   return KT_usEcrireUnsignedShort(usNumFichier, static_cast<uint16_t>(sValeur));
 }
 
 uint16_t KT_usEcrireUnsignedLong(uint16_t usNumFichier, uint32_t ulValeur) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   return us = kt::binfiles::WriteBigEndian<4>(usNumFichier, ulValeur, CountOrder::kAfterWrite);
 }
 
 uint16_t KT_usEcrireSignedLong(uint16_t usNumFichier, int32_t lValeur) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   return KT_usEcrireUnsignedLong(usNumFichier, static_cast<uint32_t>(lValeur));
 }
 
 uint16_t KT_usEcrireDouble(uint16_t usNumFichier, double dValeur) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
@@ -233,6 +240,7 @@ uint16_t KT_usEcrireDouble(uint16_t usNumFichier, double dValeur) {
 }
 
 uint16_t KT_usEcrireDate(uint16_t usNumFichier, uint16_t usAnnee, uint8_t ucMois, uint8_t ucJour) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
@@ -244,6 +252,7 @@ uint16_t KT_usEcrireDate(uint16_t usNumFichier, uint16_t usAnnee, uint8_t ucMois
 }
 
 uint16_t KT_usEcrireChampFixe(uint16_t usNumFichier, const uint8_t* pucOctets, uint32_t ulNombre) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
@@ -259,6 +268,7 @@ uint16_t KT_usEcrireChampFixe(uint16_t usNumFichier, const uint8_t* pucOctets, u
 
 uint16_t KT_usEcrireChampUnicodeFixe(uint16_t usNumFichier, const uint16_t* pusUnites,
                                      uint32_t ulNombre) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
@@ -279,6 +289,7 @@ uint16_t KT_usEcrireChampUnicodeFixe(uint16_t usNumFichier, const uint16_t* pusU
 }
 
 uint16_t KT_usEcrireChaineVariable(uint16_t usNumFichier, const char* pcTexte) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   if (pcTexte == nullptr) {
@@ -296,6 +307,7 @@ uint16_t KT_usEcrireChaineVariable(uint16_t usNumFichier, const char* pcTexte) {
 }
 
 uint16_t KT_usLireUnsignedChar(uint16_t usNumFichier, uint8_t* pucValeur) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   uint32_t value = 0;
@@ -305,6 +317,7 @@ uint16_t KT_usLireUnsignedChar(uint16_t usNumFichier, uint8_t* pucValeur) {
 }
 
 uint16_t KT_usLireSignedChar(uint16_t usNumFichier, int8_t* pcValeur) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint8_t bits = 0;
   const uint16_t us = KT_usLireUnsignedChar(usNumFichier, pcValeur != nullptr ? &bits : nullptr);
   if (us == KT_OK) *pcValeur = static_cast<int8_t>(bits);
@@ -312,6 +325,7 @@ uint16_t KT_usLireSignedChar(uint16_t usNumFichier, int8_t* pcValeur) {
 }
 
 uint16_t KT_usLireUnsignedShort(uint16_t usNumFichier, uint16_t* pusValeur) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   uint32_t value = 0;
@@ -321,6 +335,7 @@ uint16_t KT_usLireUnsignedShort(uint16_t usNumFichier, uint16_t* pusValeur) {
 }
 
 uint16_t KT_usLireSignedShort(uint16_t usNumFichier, int16_t* psValeur) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t bits = 0;
   const uint16_t us = KT_usLireUnsignedShort(usNumFichier, psValeur != nullptr ? &bits : nullptr);
   if (us == KT_OK) *psValeur = static_cast<int16_t>(bits);
@@ -328,12 +343,14 @@ uint16_t KT_usLireSignedShort(uint16_t usNumFichier, int16_t* psValeur) {
 }
 
 uint16_t KT_usLireUnsignedLong(uint16_t usNumFichier, uint32_t* pulValeur) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   return us = kt::binfiles::ReadBigEndian<4>(usNumFichier, pulValeur);
 }
 
 uint16_t KT_usLireSignedLong(uint16_t usNumFichier, int32_t* plValeur) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint32_t bits = 0;
   const uint16_t us = KT_usLireUnsignedLong(usNumFichier, plValeur != nullptr ? &bits : nullptr);
   if (us == KT_OK) *plValeur = static_cast<int32_t>(bits);
@@ -341,6 +358,7 @@ uint16_t KT_usLireSignedLong(uint16_t usNumFichier, int32_t* plValeur) {
 }
 
 uint16_t KT_usLireDouble(uint16_t usNumFichier, double* pdValeur) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
@@ -358,6 +376,7 @@ uint16_t KT_usLireDouble(uint16_t usNumFichier, double* pdValeur) {
 
 uint16_t KT_usLireDate(uint16_t usNumFichier, uint16_t* pusAnnee, uint8_t* pucMois,
                        uint8_t* pucJour) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   us = KT_usLireUnsignedShort(usNumFichier, pusAnnee);
@@ -367,12 +386,14 @@ uint16_t KT_usLireDate(uint16_t usNumFichier, uint16_t* pusAnnee, uint8_t* pucMo
 }
 
 uint16_t KT_usLireChampFixe(uint16_t usNumFichier, uint8_t* pucBuffer, uint32_t ulNombre) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   return us = kt::binfiles::ReadBlock(usNumFichier, pucBuffer, ulNombre, ulNombre);
 }
 
 uint16_t KT_usLireChampUnicodeFixe(uint16_t usNumFichier, uint16_t* pusUnites, uint32_t ulNombre) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
@@ -397,6 +418,7 @@ uint16_t KT_usLireChampUnicodeFixe(uint16_t usNumFichier, uint16_t* pusUnites, u
 }
 
 uint16_t KT_usLireChaineVariable(uint16_t usNumFichier, char** ppcTexte) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;

@@ -65,12 +65,15 @@ constexpr std::uint8_t kEndOfText = 0x1A;
 // Reads `count` bytes of which the first `keep` go to `buffer`; the rest are
 // read and dropped. False on a short read or a stream error.
 bool ReadKeeping(std::FILE* stream, char* buffer, std::uint32_t keep, std::uint32_t count) {
-  if (kt::io::Read(buffer, 1, keep, stream) != keep) return false;
   std::array<char, 512> scratch;
-  for (std::uint32_t left = count - keep; left > 0;) {
-    const std::uint32_t chunk = std::min<std::uint32_t>(left, scratch.size());
-    if (kt::io::Read(scratch.data(), 1, chunk, stream) != chunk) return false;
-    left -= chunk;
+  for (std::uint32_t done = 0; done < count;) {
+    const bool kept = done < keep;
+    const std::uint32_t chunk =
+        kept ? keep - done : std::min<std::uint32_t>(count - done, scratch.size());
+    if (kt::io::Read(kept ? buffer + done : scratch.data(), 1, chunk, stream) != chunk) {
+      return false;
+    }
+    done += chunk;
   }
   return !kt::io::Error(stream);
 }
@@ -93,6 +96,7 @@ using namespace kt::traces;
 const char CRC16_FICTIF[5] = "0000";
 
 uint16_t usEcrireEnteteFichierBinaire(uint16_t usNumFichier, const char* pcEntete) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
@@ -135,6 +139,7 @@ uint16_t usEcrireEnteteFichierBinaire(uint16_t usNumFichier, const char* pcEntet
 }
 
 uint16_t usLireEnteteFichierBinaire(uint16_t usNumFichier, char* pcEntete) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
@@ -174,6 +179,7 @@ uint16_t usLireEnteteFichierBinaire(uint16_t usNumFichier, char* pcEntete) {
 }
 
 uint16_t usLireCommentaire(uint16_t usNumFichier, char* pcCommentaire) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;

@@ -151,6 +151,7 @@ R_RSAPublicKey* KT_LireClePublique(void) {
 }
 
 uint16_t KT_usEcrireSignatureFichier(uint16_t usNumFichier, const char* pcClePrivee) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   KT_TRACE(kTraceEnter, "KT_usEcrireSignatureFichier : NumFichier = %d", usNumFichier);
   uint16_t us = KT_OK;
   ExitTrace exit_trace{kTraceSub, "KT_usEcrireSignatureFichier : Code retour = 0x%04x", &us};
@@ -186,6 +187,7 @@ uint16_t KT_usEcrireSignatureFichier(uint16_t usNumFichier, const char* pcClePri
 }
 
 uint16_t KT_usVerifierSignatureFichier(uint16_t usNumFichier) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   KT_TRACE(kTraceEnter, "KT_usVerifierSignatureFichier : NumFichier = %d", usNumFichier);
   uint16_t us = KT_OK;
   ExitTrace exit_trace{kTraceSub, "KT_usVerifierSignatureFichier : Code retour = 0x%04x", &us};

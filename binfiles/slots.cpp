@@ -6,18 +6,29 @@
 // reserved (the mark, between the reservation and the filling done by a
 // create or an open), or points to the file's record. The lowest empty entry
 // is always taken first. The pending table position lives here too: one for
-// all files.
+// all files of a thread.
+//
+// Threads. Each number has its own lock, held by every public operation on
+// that number for its whole call (FileLock), so that calls on one file are
+// serialised and calls on different files run side by side. Entries are
+// atomic: a reservation claims the lowest empty entry with a
+// compare-and-swap, without a table lock. The pending table position belongs
+// to the thread that wrote the table header, whose next close writes it.
 //
 // The record and its two texts come from KT_Allouer but go back with the
 // plain free, so their sizes stay in the allocator's running total (kept:
 // the accounting of existing deployments shows it).
 #include <array>
+#include <atomic>
+#include <cassert>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include "binfiles/binfiles_internal.h"
 #include "frame/frame_internal.h"
+#include "frame/locks.h"
 #include "traces/traces_internal.h"
 
 namespace {
@@ -30,9 +41,18 @@ namespace {
 // Only its address is used: it stands for the reserved mark.
 FichierBinaire g_reserved_mark{};
 
-std::array<FichierBinaire*, kFileCount> g_fichiers{};  // fichiers: the slot table
-bool g_initialise = false;                             // the table has been cleared
-kt::io::Offset g_position_taille_table = 0;            // lPositionTailleTable
+std::array<std::atomic<FichierBinaire*>, kFileCount> g_fichiers{};  // fichiers: the slot table
+frame::SlotLocks<kFileCount> g_locks;                     // entry k - 1 for number k
+std::atomic<bool> g_initialise{false};                    // the table has been cleared
+std::mutex g_initialise_mutex;                            // the first clearing of the table
+thread_local kt::io::Offset t_position_taille_table = 0;  // lPositionTailleTable
+
+FichierBinaire* Entry(std::uint16_t number) {
+  return g_fichiers[number - 1].load(std::memory_order_acquire);
+}
+void SetEntry(std::uint16_t number, FichierBinaire* entry) {
+  g_fichiers[number - 1].store(entry, std::memory_order_release);
+}
 
 bool IsReserved(const FichierBinaire* entry) { return entry == &g_reserved_mark; }
 
@@ -75,28 +95,33 @@ void DropReservation(std::uint16_t number, FichierBinaire* record, std::uint16_t
   // Number 100 stays reserved for good: the test is strict (kept). Number 0
   // means nothing was reserved, and the request then touches nothing.
   if (number < kFileCount) (void)usRenseignerFichierTableau(number, nullptr);
-  if (record != nullptr && record->pfFichier != nullptr) (void)kt::io::Close(record->pfFichier);
+  // Opening the stream is the last step that can fail: none is open here.
+  assert(record == nullptr || record->pfFichier == nullptr);
   FreeRecord(record);
   *number_out = 0;
 }
 
 void Reset() {
-  for (FichierBinaire*& entry : g_fichiers) {
-    if (entry != nullptr && !IsReserved(entry)) {
-      if (entry->pfFichier != nullptr) std::fclose(entry->pfFichier);
-      FreeRecord(entry);
-    }
-    entry = nullptr;
+  for (std::uint16_t number = 1; number <= kFileCount; ++number) {
+    std::atomic<FichierBinaire*>& slot = g_fichiers[number - 1];
+    FichierBinaire* entry = slot.load(std::memory_order_relaxed);
+    // Through the slot's release, so that the stream is closed by the seam.
+    if (entry != nullptr && !IsReserved(entry)) (void)usLibererFichier(number);
+    slot.store(nullptr, std::memory_order_relaxed);
   }
-  g_initialise = false;
-  g_position_taille_table = 0;
+  g_initialise.store(false, std::memory_order_relaxed);
+  t_position_taille_table = 0;
 }
 
 }  // namespace
 
-kt::io::Offset PendingTablePosition() noexcept { return g_position_taille_table; }
+kt::io::Offset PendingTablePosition() noexcept { return t_position_taille_table; }
 void SetPendingTablePosition(kt::io::Offset position) noexcept {
-  g_position_taille_table = position;
+  t_position_taille_table = position;
+}
+
+frame::SlotLock* FileLock(std::uint16_t number) noexcept {
+  return number == 0 ? nullptr : g_locks.At(number - 1U);
 }
 
 }  // namespace kt::binfiles
@@ -108,9 +133,13 @@ using kt::binfiles::Text;
 using namespace kt::traces;
 
 uint16_t usInitialiserTableauFichiers(void) {
-  if (!kt::binfiles::g_initialise) {
-    g_fichiers.fill(nullptr);
-    kt::binfiles::g_initialise = true;
+  using kt::binfiles::g_initialise;
+  if (g_initialise.load(std::memory_order_acquire)) return KT_OK;
+  // Two first calls at once must not clear a number the other just took.
+  const std::lock_guard lock{kt::binfiles::g_initialise_mutex};
+  if (!g_initialise.load(std::memory_order_relaxed)) {
+    for (auto& slot : g_fichiers) slot.store(nullptr, std::memory_order_relaxed);
+    g_initialise.store(true, std::memory_order_release);
   }
   return KT_OK;
 }
@@ -118,8 +147,9 @@ uint16_t usInitialiserTableauFichiers(void) {
 uint16_t usRechercherNumeroFichier(uint16_t* pusNumFichier) {
   if (pusNumFichier == nullptr) return KT_FAIL(KT_ERR_ARGUMENT);
   for (std::size_t i = 0; i < g_fichiers.size(); ++i) {
-    if (g_fichiers[i] == nullptr) {
-      g_fichiers[i] = &kt::binfiles::g_reserved_mark;
+    FichierBinaire* empty = nullptr;
+    if (g_fichiers[i].compare_exchange_strong(empty, &kt::binfiles::g_reserved_mark,
+                                              std::memory_order_acq_rel)) {
       *pusNumFichier = static_cast<uint16_t>(i + 1);
       KT_TRACE(kTraceInfo, "numero de fichier =%hu\n", *pusNumFichier);
       return KT_OK;
@@ -130,19 +160,21 @@ uint16_t usRechercherNumeroFichier(uint16_t* pusNumFichier) {
 }
 
 uint16_t usRenseignerFichierTableau(uint16_t usNumFichier, FichierBinaire* psFichier) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   if (usNumFichier == 0 || usNumFichier > kt::binfiles::kFileCount) {
     return KT_FAIL(KT_ERR_NUMERO_INCONNU);
   }
-  g_fichiers[usNumFichier - 1] = psFichier;
+  kt::binfiles::SetEntry(usNumFichier, psFichier);
   return KT_OK;
 }
 
 uint16_t usRechercherFichier(uint16_t usNumFichier, FichierBinaire** ppsFichier) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   if (usNumFichier == 0 || usNumFichier > kt::binfiles::kFileCount) {
     KT_TRACE(kTraceError, "usRechercherFichier : numero de fichier invalide");
     return KT_FAIL(KT_ERR_NUMERO_INCONNU);
   }
-  FichierBinaire* entry = g_fichiers[usNumFichier - 1];
+  FichierBinaire* entry = kt::binfiles::Entry(usNumFichier);
   // A slot reserved by a create or open that did not finish has no record.
   if (entry == nullptr || kt::binfiles::IsReserved(entry)) {
     KT_TRACE(kTraceError, "usRechercherFichier : fichier non reserve");
@@ -153,6 +185,7 @@ uint16_t usRechercherFichier(uint16_t usNumFichier, FichierBinaire** ppsFichier)
 }
 
 uint16_t usLibererFichier(uint16_t usNumFichier) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   FichierBinaire* file = nullptr;
   const uint16_t us = usRechercherFichier(usNumFichier, &file);
   if (us != KT_OK) return us;
@@ -160,16 +193,17 @@ uint16_t usLibererFichier(uint16_t usNumFichier) {
   // would otherwise lose the stream with its descriptor.
   if (file->pfFichier != nullptr) (void)kt::io::Close(file->pfFichier);
   kt::binfiles::FreeRecord(file);
-  g_fichiers[usNumFichier - 1] = nullptr;
+  kt::binfiles::SetEntry(usNumFichier, nullptr);
   return KT_OK;
 }
 
 uint16_t usTailleDonnneeFichierBinaire(uint16_t usNumFichier, uint32_t* pulTaille) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   if (usNumFichier == 0 || usNumFichier > kt::binfiles::kFileCount) {
     KT_TRACE(kTraceError, "usTailleDonnneeFichierBinaire : numero de fichier invalide");
     return KT_FAIL(KT_ERR_NUMERO_INCONNU);
   }
-  const FichierBinaire* file = g_fichiers[usNumFichier - 1];
+  const FichierBinaire* file = kt::binfiles::Entry(usNumFichier);
   if (file == nullptr || kt::binfiles::IsReserved(file)) {
     KT_TRACE(kTraceError, "usTailleDonnneeFichierBinaire : fichier non reserve");
     return KT_FAIL(KT_ERR_NUMERO_INCONNU);
@@ -207,9 +241,11 @@ uint16_t KT_usCreerFichierBinaire(const char* pcRepertoire, const char* pcNomFic
   uint16_t number = 0;
   FichierBinaire* record = nullptr;
   char* path = nullptr;
+  kt::frame::SlotGuard guard;  // the new number's, from its reservation on
   (void)usInitialiserTableauFichiers();
   us = usRechercherNumeroFichier(&number);
   if (us == KT_OK) {
+    guard.Acquire(kt::binfiles::FileLock(number));
     record = kt::binfiles::NewRecord(pcRepertoire, pcNomFichier, usTypeControle, true);
     if (record == nullptr) {
       KT_TRACE(kTraceError,
@@ -265,10 +301,12 @@ uint16_t KT_usInitialiserFichierBinaire(const char* pcRepertoire, const char* pc
   uint16_t number = 0;
   FichierBinaire* record = nullptr;
   char* path = nullptr;
+  kt::frame::SlotGuard guard;  // the new number's, from its reservation on
   us = KT_usCreerNomCompletFichier(pcRepertoire, pcNomFichier, &path);
   if (us == KT_OK) {
     (void)usInitialiserTableauFichiers();
     us = usRechercherNumeroFichier(&number);
+    if (us == KT_OK) guard.Acquire(kt::binfiles::FileLock(number));
   }
   if (us == KT_OK) {
     record = kt::binfiles::NewRecord(pcRepertoire, pcNomFichier, usTypeControle, false);
@@ -319,6 +357,7 @@ uint16_t KT_usInitialiserFichierBinaire(const char* pcRepertoire, const char* pc
 }
 
 uint16_t KT_usLibererFichierBinaire(uint16_t usNumFichier, const char* pcClePrivee) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   KT_TRACE(kTraceEnter, "KT_usLibererFichierBinaire : usNumFichier = %u", usNumFichier);
   uint16_t us = KT_OK;
   ExitTrace exit_trace{kTraceSub, "KT_usLibererFichierBinaire : Code retour = 0x%04x", &us};
@@ -353,6 +392,7 @@ uint16_t KT_usLibererFichierBinaire(uint16_t usNumFichier, const char* pcClePriv
 }
 
 uint16_t KT_usLongueurFichierBinaire(uint16_t usNumFichier, uint32_t* pulLongueur) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   kt::binfiles::CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
@@ -365,6 +405,7 @@ uint16_t KT_usLongueurFichierBinaire(uint16_t usNumFichier, uint32_t* pulLongueu
 }
 
 uint16_t KT_usPositionnerOffset(uint16_t usNumFichier, int32_t lOffset, int iOrigine) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   kt::binfiles::CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
@@ -376,6 +417,7 @@ uint16_t KT_usPositionnerOffset(uint16_t usNumFichier, int32_t lOffset, int iOri
 }
 
 uint16_t KT_usLirePositionFichier(uint16_t usNumFichier, int32_t* plPosition) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   kt::binfiles::CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;
@@ -390,6 +432,7 @@ uint16_t KT_usLirePositionFichier(uint16_t usNumFichier, int32_t* plPosition) {
 
 uint16_t KT_usLireFichierBinaire(uint16_t usNumFichier, uint32_t ulOffset, uint32_t ulTaille,
                                  uint8_t** ppucBuffer) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   uint16_t us = KT_OK;
   kt::binfiles::CallTrace trace{__func__, usNumFichier, &us};
   FichierBinaire* file = nullptr;

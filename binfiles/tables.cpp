@@ -29,6 +29,7 @@ using namespace kt::traces;
 static_assert(sizeof(EnteteTable) == 28, "EnteteTable is 28 bytes");
 
 uint16_t KT_usEcrireEnteteTable(uint16_t usNumFichier, const EnteteTable* psEntete) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   KT_TRACE(kTraceEnter, "KT_usEcrireEnteteTable : usNumFichierBinaire = %d", usNumFichier);
   uint16_t us = KT_OK;
   ExitTrace exit_trace{kTraceSub, "KT_usEcrireEnteteTable : Code retour = 0x%04x", &us};
@@ -62,6 +63,7 @@ uint16_t KT_usEcrireEnteteTable(uint16_t usNumFichier, const EnteteTable* psEnte
 }
 
 uint16_t KT_usEcrireTaille(uint16_t usNumFichier) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   // The entry trace names the header writer (kept as it is).
   KT_TRACE(kTraceEnter, "KT_usEcrireEnteteTable : usNumFichierBinaire = %d", usNumFichier);
   uint16_t us = KT_OK;
@@ -96,6 +98,7 @@ uint16_t KT_usEcrireTaille(uint16_t usNumFichier) {
 }
 
 uint16_t KT_usLireEnteteTable(uint16_t usNumFichier, EnteteTable* psEntete) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   KT_TRACE(kTraceEnter, "KT_usLireEnteteTable : usNumFichierBinaire = %d", usNumFichier);
   uint16_t us = KT_OK;
   // The exit trace names the header writer (kept as it is).
@@ -125,6 +128,7 @@ uint16_t KT_usLireEnteteTable(uint16_t usNumFichier, EnteteTable* psEntete) {
 
 uint16_t KT_usRechercherTable(uint16_t usNumFichier, const char* pcNomTable,
                               EnteteTable* psEntete) {
+  const kt::frame::SlotGuard guard{kt::binfiles::FileLock(usNumFichier)};
   KT_TRACE(kTraceEnter, "KT_usRechercherTable : usNumFichierBinaire = %d, pcNomTable = %s",
            usNumFichier, kt::binfiles::Text(pcNomTable));
   uint16_t us = KT_OK;

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "checks/checks_internal.h"
+#include "frame/frame_internal.h"
 #include "kt_checks.h"
 #include "traces/traces_internal.h"
 
@@ -175,21 +176,35 @@ uint8_t KT_bReduireChaine(char* pcChaine, uint32_t ulLongueur, char cType,
   return result;
 }
 
-uint8_t bChaineCtrlFormat(const char* pcChaine, uint32_t ulLongueur, char cType,
-                          uint32_t* pulNouvelleLongueur) {
+namespace kt::checks {
+
+FormatCheck CheckFormat(const char* text, std::uint32_t length, char type,
+                        std::uint32_t* significant) {
   // The traces carry the name the format control has always shown.
   KT_TRACE(kTraceEnter, "bReduireChaineCtrlFormat");
-  uint8_t result = 0;
-  char* work = pcChaine != nullptr ? kt::checks::CutCopy(pcChaine, ulLongueur) : nullptr;
+  FormatCheck check = FormatCheck::kNoMemory;
+  char* work = text != nullptr ? CutCopy(text, length) : nullptr;
+  if (text == nullptr) check = FormatCheck::kInvalid;
   if (work != nullptr) {
-    const kt::checks::Outcome outcome = kt::checks::ApplyRule(work, cType, {false, true});
-    result = outcome.result;
-    if (result != 0) kt::checks::StoreLength(pulNouvelleLongueur, outcome.end);
+    const Outcome outcome = ApplyRule(work, type, {false, true});
+    check = outcome.result != 0 ? FormatCheck::kValid : FormatCheck::kInvalid;
+    if (check == FormatCheck::kValid) StoreLength(significant, outcome.end);
     KT_Liberer(work);
   }
-  KT_TRACE(kTraceInfo, "bReduireChaineCtrlFormat:bResultat = 0x%04x", unsigned{result});
+  KT_TRACE(kTraceInfo, "bReduireChaineCtrlFormat:bResultat = 0x%04x",
+           check == FormatCheck::kValid ? 1u : 0u);
   KT_TRACE(kTraceExit, "bReduireChaineCtrlFormat");
-  return result;
+  return check;
+}
+
+}  // namespace kt::checks
+
+uint8_t bChaineCtrlFormat(const char* pcChaine, uint32_t ulLongueur, char cType,
+                          uint32_t* pulNouvelleLongueur) {
+  return kt::checks::CheckFormat(pcChaine, ulLongueur, cType, pulNouvelleLongueur) ==
+                 kt::checks::FormatCheck::kValid
+             ? 1
+             : 0;
 }
 
 uint8_t KT_bReduireChaineCtrl(const char* pcChaine, char** ppcCopie, uint32_t ulLongueur,

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "crypto/crypto_internal.h"
+#include "crypto/nn_mont.h"
 
 namespace kt::crypto {
 namespace {
@@ -48,8 +49,8 @@ struct DivScratch {
 
 // The division steps, with the quotient optional (a == nullptr) and the
 // scratch supplied, so that repeated reductions clear it only once.
-void DivCore(NN_DIGIT* a, NN_DIGIT* b, const NN_DIGIT* c, std::uint32_t c_digits,
-             const NN_DIGIT* d, std::uint32_t d_digits, DivScratch& s) noexcept {
+void DivCore(NN_DIGIT* a, NN_DIGIT* b, const NN_DIGIT* c, std::uint32_t c_digits, const NN_DIGIT* d,
+             std::uint32_t d_digits, DivScratch& s) noexcept {
   const std::uint32_t dd_digits = NN_Digits(d, d_digits);
   if (dd_digits == 0) return;  // division by zero writes nothing
 
@@ -110,13 +111,15 @@ using kt::WipeOnExit;
 using kt::crypto::kDigitBits;
 using kt::crypto::kMaxDigits;
 
-/* see kt_crypto.h */
-void NN_ModExp(NN_DIGIT* a, const NN_DIGIT* b, const NN_DIGIT* c, uint32_t cDigits,
-               const NN_DIGIT* d, uint32_t dDigits) {
+// The classic 2-bit window with division after every product: the path for
+// even moduli, which Montgomery reduction cannot take. It skips leading zero
+// bits and multiplies only for non-zero windows, so it is not constant-time.
+void kt::crypto::ModExpByDivision(NN_DIGIT* a, const NN_DIGIT* b, const NN_DIGIT* c,
+                                  uint32_t cDigits, const NN_DIGIT* d, uint32_t dDigits) noexcept {
   using kt::crypto::ModMultCore;
-  if (dDigits > kMaxDigits) return;  // beyond capacity
   // One scratch for every product and reduction, cleared once at the end.
-  NN_DIGIT b_power[3][kMaxDigits];
+  // The powers start cleared: a zero modulus leaves them unwritten.
+  NN_DIGIT b_power[3][kMaxDigits] = {};
   kt::crypto::Number t;
   kt::crypto::ModMultScratch scratch;
   WipeOnExit wipe(b_power, t, scratch);
@@ -263,8 +266,7 @@ void NN_Div(NN_DIGIT* a, NN_DIGIT* b, const NN_DIGIT* c, uint32_t cDigits, const
 }
 
 /* see kt_crypto.h */
-void NN_Mod(NN_DIGIT* a, const NN_DIGIT* b, uint32_t bDigits, const NN_DIGIT* c,
-            uint32_t cDigits) {
+void NN_Mod(NN_DIGIT* a, const NN_DIGIT* b, uint32_t bDigits, const NN_DIGIT* c, uint32_t cDigits) {
   if (bDigits > 2 * kMaxDigits || cDigits > kMaxDigits) return;  // beyond capacity
   kt::crypto::Product t;
   kt::crypto::DivScratch s;

@@ -7,8 +7,10 @@
 // with at least eight padding bytes (FF, or random non-zero RR), so data is
 // at most modulusLen - 11 bytes. The private operation works modulo p and q
 // and recombines (CRT). Numbers are right-aligned in the fixed 128- and
-// 64-byte key fields. Exponentiation is not constant-time.
+// 64-byte key fields. The private operation runs through the constant-time
+// Montgomery engine; what stays variable-time is listed in kt_crypto.h.
 #include "crypto/crypto_internal.h"
+#include "crypto/nn_mont.h"
 
 namespace kt::crypto {
 namespace {
@@ -91,6 +93,54 @@ std::uint32_t DecryptBlock(unsigned char* output, std::uint32_t* output_len,
   return KT_RE_OK;
 }
 
+// a += b & mask over `digits` digits (the carry out is dropped).
+void AddMasked(NN_DIGIT* a, const NN_DIGIT* b, NN_DIGIT mask, std::uint32_t digits) {
+  std::uint64_t carry = 0;
+  for (std::uint32_t i = 0; i < digits; ++i) {
+    carry += std::uint64_t{a[i]} + (b[i] & mask);
+    a[i] = static_cast<NN_DIGIT>(carry);
+    carry >>= kDigitBits;
+  }
+}
+
+// a (2 x digits digits) = b c, touching every digit whatever its value.
+void MultAll(NN_DIGIT* a, const NN_DIGIT* b, const NN_DIGIT* c, std::uint32_t digits) {
+  NN_AssignZero(a, 2 * digits);
+  for (std::uint32_t i = 0; i < digits; ++i) {
+    std::uint64_t carry = 0;
+    for (std::uint32_t j = 0; j < digits; ++j) {
+      carry += std::uint64_t{b[i]} * c[j] + a[i + j];
+      a[i + j] = static_cast<NN_DIGIT>(carry);
+      carry >>= kDigitBits;
+    }
+    a[i + digits] = static_cast<NN_DIGIT>(carry);
+  }
+}
+
+// The private operation for key records the engine cannot take (an even or
+// degenerate prime): reductions by division and NN_ModExp, as written.
+void PrivateBlockByDivision(NN_DIGIT* t, const NN_DIGIT* c, std::uint32_t c_digits,
+                            std::uint32_t n_digits, const NN_DIGIT* p, const NN_DIGIT* q,
+                            const NN_DIGIT* dp, const NN_DIGIT* dq, const NN_DIGIT* q_inv,
+                            std::uint32_t p_digits) {
+  Number cp{}, cq{}, mp{}, mq{};
+  WipeOnExit wipe(cp, cq, mp, mq);
+  NN_Mod(cp, c, c_digits, p, p_digits);
+  NN_Mod(cq, c, c_digits, q, p_digits);
+  NN_ModExp(mp, cp, dp, p_digits, p, p_digits);
+  NN_AssignZero(mq, n_digits);
+  NN_ModExp(mq, cq, dq, p_digits, q, p_digits);
+  if (NN_Cmp(mp, mq, p_digits) >= 0) {
+    NN_Sub(t, mp, mq, p_digits);
+  } else {
+    NN_Sub(t, mq, mp, p_digits);
+    NN_Sub(t, p, t, p_digits);
+  }
+  NN_ModMult(t, t, q_inv, p, p_digits);
+  NN_Mult(t, t, q, p_digits);
+  NN_Add(t, t, mq, n_digits);
+}
+
 }  // namespace
 }  // namespace kt::crypto
 
@@ -98,11 +148,14 @@ static_assert(sizeof(R_RSAPublicKey) == 260, "R_RSAPublicKey layout is part of t
 static_assert(sizeof(R_RSAPrivateKey) == 708, "R_RSAPrivateKey layout is part of the interface");
 
 using kt::WipeOnExit;
+using kt::crypto::AddMasked;
 using kt::crypto::CheckedModulusLen;
 using kt::crypto::kMaxDigits;
 using kt::crypto::kMaxModulusLen;
 using kt::crypto::kMaxPrimeLen;
+using kt::crypto::MultAll;
 using kt::crypto::Number;
+using kt::crypto::PrivateBlockByDivision;
 
 /* see kt_crypto.h */
 uint32_t RSAPublicEncrypt(unsigned char* output, uint32_t* outputLen, const unsigned char* input,
@@ -166,7 +219,14 @@ uint32_t RSAPublicBlock(unsigned char* output, uint32_t* outputLen, const unsign
   const uint32_t e_digits = NN_Digits(e, kMaxDigits);
   if (NN_Cmp(c, n, n_digits) >= 0) return KT_RE_DATA;
 
-  NN_ModExp(m, c, e, e_digits, n, n_digits);
+  if (kt::crypto::MontUsable(n, n_digits)) {
+    // The exponent is public: the variable-time square-and-multiply suits it.
+    kt::crypto::MontModulus mn;
+    kt::crypto::MontSetup(mn, n, n_digits);
+    kt::crypto::MontExpPublic(m, c, n_digits, e, e_digits, mn);
+  } else {
+    NN_ModExp(m, c, e, e_digits, n, n_digits);
+  }
   *outputLen = modulus_len;
   NN_Encode(output, *outputLen, m, n_digits);
   return KT_RE_OK;
@@ -192,22 +252,26 @@ uint32_t RSAPrivateBlock(unsigned char* output, uint32_t* outputLen, const unsig
   if (NN_Cmp(c, n, n_digits) >= 0) return KT_RE_DATA;
 
   // q is taken to be no longer than p (p > q in every key we make).
-  NN_Mod(cp, c, c_digits, p, p_digits);
-  NN_Mod(cq, c, c_digits, q, p_digits);
-  NN_ModExp(mp, cp, dp, p_digits, p, p_digits);
-  NN_AssignZero(mq, n_digits);
-  NN_ModExp(mq, cq, dq, p_digits, q, p_digits);
-
-  // m = ((mP - mQ) qInv mod p) q + mQ.
-  if (NN_Cmp(mp, mq, p_digits) >= 0) {
-    NN_Sub(t, mp, mq, p_digits);
+  if (!kt::crypto::MontUsable(p, p_digits) || !kt::crypto::MontUsable(q, p_digits)) {
+    PrivateBlockByDivision(t, c, c_digits, n_digits, p, q, dp, dq, q_inv, p_digits);
   } else {
-    NN_Sub(t, mq, mp, p_digits);
-    NN_Sub(t, p, t, p_digits);
+    // Both halves through the constant-time engine, which reduces the input
+    // itself, without division.
+    kt::crypto::MontModulus mp_modulus, mq_modulus;
+    WipeOnExit wipe_moduli(mp_modulus, mq_modulus);
+    kt::crypto::MontSetup(mp_modulus, p, p_digits);
+    kt::crypto::MontSetup(mq_modulus, q, p_digits);
+    kt::crypto::MontExp(mp, c, n_digits, dp, p_digits, mp_modulus);
+    kt::crypto::MontExp(mq, c, n_digits, dq, p_digits, mq_modulus);
+
+    // m = ((mP - mQ) mod p) qInv mod p) q + mQ, without branching on the
+    // values: p is added back under the borrow's mask.
+    const NN_DIGIT borrow = NN_Sub(cp, mp, mq, p_digits);
+    AddMasked(cp, p, static_cast<NN_DIGIT>(0) - borrow, p_digits);
+    kt::crypto::MontModMult(cp, cp, q_inv, mp_modulus);
+    MultAll(t, cp, q, p_digits);
+    NN_Add(t, t, mq, n_digits);
   }
-  NN_ModMult(t, t, q_inv, p, p_digits);
-  NN_Mult(t, t, q, p_digits);
-  NN_Add(t, t, mq, n_digits);
 
   *outputLen = modulus_len;
   NN_Encode(output, *outputLen, t, n_digits);

@@ -1,9 +1,12 @@
 // Queries on the loaded dictionary. Each result is a new block from
-// KT_Allouer that the caller frees with KT_Liberer.
+// KT_Allouer that the caller frees with KT_Liberer. Each query reads the
+// tables under the dictionary's shared lock, so a concurrent last stop
+// releases them only before or after it.
 #include <cstring>
 
 #include "dictionary/dictionary_internal.h"
 #include "frame/frame_internal.h"
+#include "frame/locks.h"
 #include "frame/support.h"
 #include "traces/traces_internal.h"
 
@@ -28,6 +31,7 @@ T* AllocateCopy(std::uint32_t count) {
 }  // namespace
 
 uint16_t KT_usDonnerListeGroupes(uint16_t** ppusListe, uint16_t* pusNombre) {
+  const kt::frame::DictionaryReadGuard dictionary;
   KT_TRACE(kTraceEnter, "KT_usDonnerListeGroupes ");
   uint16_t* list = AllocateCopy<uint16_t>(g_ulNbTabGrp);
   for (std::uint32_t i = 0; list != nullptr && i < g_ulNbTabGrp; ++i) {
@@ -48,6 +52,7 @@ uint16_t KT_usDonnerListeGroupes(uint16_t** ppusListe, uint16_t* pusNombre) {
 
 uint16_t KT_usDonnerInformationChamp(uint16_t usIdGroupe, stChamp** ppstChamps,
                                      uint16_t* pusNombre) {
+  const kt::frame::DictionaryReadGuard dictionary;
   KT_TRACE(kTraceEnter, "KT_usDonnerInformationChamp ");
   // No end bound but the index's 16 bits: callers ask only for listed groups.
   // Entries past the table read as zeroed records, and a search that wraps
@@ -89,6 +94,7 @@ uint16_t KT_usDonnerInformationChamp(uint16_t usIdGroupe, stChamp** ppstChamps,
 
 uint16_t KT_usDonnerChampValeur(uint16_t usIdGroupe, uint16_t usNumeroChamp,
                                 uint16_t usNumeroValeur, char** ppcValeur) {
+  const kt::frame::DictionaryReadGuard dictionary;
   KT_TRACE(kTraceEnter, "KT_usDonnerChampValeur");
   // The entry one past the last is compared too (a zeroed record here).
   std::uint32_t index = 0;

@@ -4,6 +4,7 @@
 
 #include "dictionary/dictionary_internal.h"
 #include "frame/frame_internal.h"
+#include "frame/locks.h"
 #include "frame/support.h"
 #include "kt_binfiles.h"
 #include "traces/traces_internal.h"
@@ -102,6 +103,7 @@ void kt::testing::ResetDictionary() noexcept { Reset(); }
 
 uint16_t usInitTabGroupe(uint16_t usNumFichier, uint32_t ulTailleDonnees,
                          uint32_t ulNbEnregistrements) {
+  const kt::frame::StartupGuard exclusive;  // the tables change
   (void)ulTailleDonnees;  // the record count alone drives the load
   return LoadTable("usGTInitTabGrp", "g_stTabGrp = %p, g_ulNbTabGrp = %hu", g_stTabGrp,
                    g_ulNbTabGrp, ulNbEnregistrements, [usNumFichier](stGroupe& group) {
@@ -114,6 +116,7 @@ uint16_t usInitTabGroupe(uint16_t usNumFichier, uint32_t ulTailleDonnees,
 
 uint16_t usInitTabChamp(uint16_t usNumFichier, uint32_t ulTailleDonnees,
                         uint32_t ulNbEnregistrements) {
+  const kt::frame::StartupGuard exclusive;  // the tables change
   (void)ulTailleDonnees;
   return LoadTable("usGTInitTabChp", "g_stTabChp = %p, g_ulNbTabChp = %hu", g_stTabChp,
                    g_ulNbTabChp, ulNbEnregistrements, [usNumFichier](stChamp& field) {
@@ -130,6 +133,7 @@ uint16_t usInitTabChamp(uint16_t usNumFichier, uint32_t ulTailleDonnees,
 
 uint16_t usInitTabValeur(uint16_t usNumFichier, uint32_t ulTailleDonnees,
                          uint32_t ulNbEnregistrements) {
+  const kt::frame::StartupGuard exclusive;  // the tables change
   (void)ulTailleDonnees;
   return LoadTable("usGTInitTabValeur", "g_cTabVal = %p, g_ulNbTabVal = %hu", g_cTabVal,
                    g_ulNbTabVal, ulNbEnregistrements, [usNumFichier](char*& text) {
@@ -145,19 +149,23 @@ uint16_t usInitTabValeur(uint16_t usNumFichier, uint32_t ulTailleDonnees,
 }
 
 uint16_t usSupprTabGroupe(void) {
+  const kt::frame::StartupGuard exclusive;  // the tables change
   return ReleaseTable("usGTSupprTabGrp", "usGTSupprTabGrp", g_stTabGrp, g_ulNbTabGrp);
 }
 
 uint16_t usSupprTabChamp(void) {
+  const kt::frame::StartupGuard exclusive;  // the tables change
   return ReleaseTable("usGTSupprTabChp", "usSupprTabChamp", g_stTabChp, g_ulNbTabChp);
 }
 
 uint16_t usSupprTabValeur(void) {
+  const kt::frame::StartupGuard exclusive;  // the tables change
   // Only the pointer array goes: the texts stay allocated and counted.
   return ReleaseTable("usGTSupprTabValeur", "usSupprTabValeur", g_cTabVal, g_ulNbTabVal);
 }
 
 uint16_t usGTSupprTables(void) {
+  const kt::frame::StartupGuard exclusive;  // the tables change
   KT_TRACE_AT(kTraceSubStartup, kTraceEnter, "Suppression des tables /usGTSupprTables");
   // Combined by OR, so that nothing loaded gives 1 | 1 | 1.
   std::uint16_t us = usSupprTabGroupe();

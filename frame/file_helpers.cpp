@@ -118,8 +118,8 @@ uint32_t donneDateHeure(char* pcBuffer, uint32_t* pulTaille, const char* pcForma
 
 namespace kt::frame {
 
-char* CopyText(const char* text, std::size_t length) noexcept {
-  char* copy = static_cast<char*>(KT_Allouer(static_cast<std::uint32_t>(length + 1)));
+char* CopyText(const char* text, std::size_t length, std::source_location site) noexcept {
+  char* copy = static_cast<char*>(Allocate(static_cast<std::uint32_t>(length + 1), site));
   if (copy != nullptr) {
     std::memcpy(copy, text, length);
     copy[length] = '\0';

@@ -10,11 +10,16 @@
 // checks; here names are compared where they stand, paths are checked
 // against a larger bound and lines grow as needed, so every file that fitted
 // those buffers gives the same result and longer ones stay memory-safe.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <mutex>
 
 #include "frame/frame_internal.h"
 #include "frame/support.h"
@@ -30,6 +35,9 @@ using PathBuffer = char[kPathCapacity];
 constexpr std::size_t kLineCapacity = 256;
 
 constexpr const char* kTemporaryName = "WriteIniTmp.txt";
+// Lock file of the writers, beside the temporary file; as long a name, so
+// that it fits wherever the temporary does.
+constexpr const char* kLockName = "WriteIniTmp.lck";
 // Suffix of the copy made beside the target when the temporary file lies on
 // another file system.
 constexpr const char* kSiblingSuffix = "~WriteIniTmp";
@@ -290,16 +298,6 @@ bool Finish(std::FILE* out) {
   return kt::io::Close(out) == 0 && synced;
 }
 
-bool CreateIniFile(const char* path, const char* section, const char* key, const char* value) {
-  std::FILE* out = kt::io::Open(path, "w");
-  if (out == nullptr) return false;
-  bool ok = kt::io::Printf(out, "[%s]\n", section) >= 0;
-  ok = ok && kt::io::Printf(out, "%s=%s\n", key, value) >= 0;
-  ok = Finish(out) && ok;
-  if (!ok) (void)kt::io::Unlink(path);  // a file we created ourselves, half written
-  return ok;
-}
-
 // Copies `from` to `to` byte for byte.
 bool CopyFile(const char* from, const char* to) {
   std::FILE* in = kt::io::Open(from, "rb");
@@ -341,6 +339,67 @@ bool ReplaceTarget(const char* temporary, const char* target) {
   return ok;
 }
 
+// Creates the target with its two lines through a copy beside it, renamed
+// over it when complete, so that a failure never leaves a half-written
+// target behind. The copy lies in the target's own directory, which must be
+// writable for the creation anyway: the preferences directory need not be.
+bool CreateIniFile(const char* target, const char* section, const char* key,
+                   const char* value) {
+  PathBuffer sibling;
+  const int length = std::snprintf(sibling, kPathCapacity, "%s%s", target, kSiblingSuffix);
+  if (length < 0 || static_cast<std::size_t>(length) >= kPathCapacity) return false;
+  std::FILE* out = kt::io::Open(sibling, "w");
+  if (out == nullptr) return false;
+  bool ok = kt::io::Printf(out, "[%s]\n", section) >= 0;
+  ok = ok && kt::io::Printf(out, "%s=%s\n", key, value) >= 0;
+  ok = Finish(out) && ok && kt::io::Rename(sibling, target) == 0;
+  if (!ok) (void)kt::io::Unlink(sibling);
+  return ok;
+}
+
+// Writers take turns, since they all copy through the one temporary file: a
+// mutex orders the threads of this process, and an flock on the lock file
+// beside the temporary orders every process that uses the same preferences
+// directory. The lock file stays: removing it would let a writer that
+// opened it earlier lock a name that no longer leads to it. When it cannot
+// be opened or locked (a directory without write rights, a file system
+// without flock) the writer goes on under the mutex alone, as it did before
+// there was a lock; without write rights the temporary cannot be made
+// either, so the write fails as it always did. The lock is not a file the
+// writer reads or writes, so it bypasses the stream seam.
+std::mutex g_writers;
+
+class WriterTurn {
+ public:
+  // errno is kept as it was: the writer reads it after its own calls.
+  explicit WriterTurn(const char* lock_path) : turn_(g_writers) {
+    const int saved = errno;
+    descriptor_ = ::open(lock_path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (descriptor_ < 0) descriptor_ = ::open(lock_path, O_RDONLY | O_CLOEXEC);
+    int locked = -1;
+    while (descriptor_ >= 0 && (locked = ::flock(descriptor_, LOCK_EX)) != 0 && errno == EINTR) {
+    }
+    if (locked != 0) Release();
+    errno = saved;
+  }
+  ~WriterTurn() {
+    const int saved = errno;
+    Release();
+    errno = saved;
+  }
+  WriterTurn(const WriterTurn&) = delete;
+  WriterTurn& operator=(const WriterTurn&) = delete;
+
+ private:
+  void Release() {
+    if (descriptor_ >= 0) (void)::close(descriptor_);  // closing unlocks
+    descriptor_ = -1;
+  }
+
+  std::lock_guard<std::mutex> turn_;
+  int descriptor_ = -1;
+};
+
 }  // namespace
 }  // namespace kt::frame
 
@@ -380,15 +439,12 @@ void* vln_GetIniInfo(const char* pcSection, const char* pcCle, void* pDestinatio
   const int descriptor = kt::io::OpenForReading(path);
   if (descriptor < 0) return pDestination;
   std::uint64_t file_size = 0;
-  if (kt::io::DescriptorSize(descriptor, &file_size) != 0) {
-    (void)kt::io::CloseDescriptor(descriptor);
-    return nullptr;
-  }
+  const bool sized = kt::io::DescriptorSize(descriptor, &file_size) == 0;
   // The block takes size + 1 bytes in a 32-bit count, and the scan adds up
   // to 2 to positions below the size: larger files count as too big to hold.
-  if (file_size > std::numeric_limits<std::uint32_t>::max() - 2) {
+  if (!sized || file_size > std::numeric_limits<std::uint32_t>::max() - 2) {
     (void)kt::io::CloseDescriptor(descriptor);
-    return pDestination;
+    return sized ? pDestination : nullptr;
   }
   auto size = static_cast<std::uint32_t>(file_size);
   char* text = kt::frame::ReadWhole(descriptor, &size);
@@ -447,9 +503,15 @@ uint8_t WriteIniString(const char* pcSection, const char* pcCle, const char* pcV
   }
   PathBuffer target;
   PathBuffer temporary;
-  if (!BuildIniPath(pcFichier, target) || !BuildIniPath(kTemporaryName, temporary)) return 0;
-  // Copying the temporary file onto itself would empty it.
-  if (std::strcmp(target, temporary) == 0) return 0;
+  PathBuffer lock;
+  if (!BuildIniPath(pcFichier, target) || !BuildIniPath(kTemporaryName, temporary) ||
+      !BuildIniPath(kLockName, lock)) {
+    return 0;
+  }
+  // Copying the temporary file onto itself would empty it, and a file put
+  // in place of the lock file would let two writers in at once.
+  if (std::strcmp(target, temporary) == 0 || std::strcmp(target, lock) == 0) return 0;
+  const WriterTurn turn(lock);
 
   std::FILE* in = kt::io::Open(target, "r");
   if (in == nullptr) {

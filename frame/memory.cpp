@@ -1,8 +1,10 @@
 // Counted memory: every block the library hands out or keeps comes from
 // KT_Allouer, which adds the allocator's usable size of the block to a
-// running total and keeps the peak of that total.
+// running total and keeps the peak of that total. Both totals are updated
+// atomically, so they stay exact when threads allocate at once.
 #include <malloc.h>
 
+#include <atomic>
 #include <cstdlib>
 
 #include "frame/frame_internal.h"
@@ -20,8 +22,20 @@ constexpr std::uint16_t kTraceSub = 5;  // configuration, start-up, memory
 namespace kt::frame {
 namespace {
 
-std::uint32_t g_mem_allouee = 0;  // sum of usable sizes of live blocks
-std::uint32_t g_max_alloue = 0;   // highest value g_mem_allouee reached
+std::atomic<std::uint32_t> g_mem_allouee{0};  // sum of usable sizes of live blocks
+std::atomic<std::uint32_t> g_max_alloue{0};   // highest value g_mem_allouee reached
+
+// Adds a block to the total and returns the new total. The peak is raised to
+// every total an addition produces, so it is the exact peak of the sequence
+// of totals, whatever the interleaving.
+std::uint32_t Add(std::uint32_t usable) noexcept {
+  const std::uint32_t total = g_mem_allouee.fetch_add(usable, std::memory_order_relaxed) + usable;
+  std::uint32_t peak = g_max_alloue.load(std::memory_order_relaxed);
+  while (total > peak &&
+         !g_max_alloue.compare_exchange_weak(peak, total, std::memory_order_relaxed)) {
+  }
+  return total;
+}
 
 // Accounting uses the same measure on allocation and release.
 std::uint32_t UsableSize(void* block) noexcept {
@@ -30,33 +44,37 @@ std::uint32_t UsableSize(void* block) noexcept {
 
 }  // namespace
 
-std::uint32_t AllocatedTotal() noexcept { return g_mem_allouee; }
-std::uint32_t AllocatedPeak() noexcept { return g_max_alloue; }
+std::uint32_t AllocatedTotal() noexcept { return g_mem_allouee.load(std::memory_order_relaxed); }
+std::uint32_t AllocatedPeak() noexcept { return g_max_alloue.load(std::memory_order_relaxed); }
 
 }  // namespace kt::frame
 
 using namespace kt::traces;
 
-void* KT_Allouer(uint32_t ulTaille) {
-  using kt::frame::g_max_alloue;
-  using kt::frame::g_mem_allouee;
-  void* block = kt::frame::ShouldFail(kt::testing::Fault::kAlloc) ? nullptr : std::malloc(ulTaille);
+namespace kt::frame {
+
+void* Allocate(std::uint32_t size, std::source_location site) noexcept {
+  void* block = ShouldFail(testing::Fault::kAlloc, site) ? nullptr : std::malloc(size);
   const std::uint32_t usable = kt::frame::UsableSize(block);
-  KT_TRACE(kTraceEnter, "Allocation de %u (%u) a l'adresse %p", ulTaille, usable, block);
+  KT_TRACE(kTraceEnter, "Allocation de %u (%u) a l'adresse %p", size, usable, block);
   if (block == nullptr) KT_TRACE(kTraceError, "KT_Allouer memoire insuffisante");
-  g_mem_allouee += usable;
-  if (g_mem_allouee > g_max_alloue) g_max_alloue = g_mem_allouee;
-  KT_TRACE(kTraceExit, "Taille Memoire cumulee = %lu", static_cast<unsigned long>(g_mem_allouee));
+  const std::uint32_t total = kt::frame::Add(usable);
+  KT_TRACE(kTraceExit, "Taille Memoire cumulee = %lu", static_cast<unsigned long>(total));
   return block;
 }
+
+}  // namespace kt::frame
+
+// Parenthesised: inside the library the name is the macro that passes the site.
+void*(KT_Allouer)(uint32_t ulTaille) { return kt::frame::Allocate(ulTaille); }
 
 void KT_Liberer(void* pBloc) {
   using kt::frame::g_mem_allouee;
   if (pBloc == nullptr) return;
   const std::uint32_t usable = kt::frame::UsableSize(pBloc);
-  g_mem_allouee -= usable;
+  const std::uint32_t total = g_mem_allouee.fetch_sub(usable, std::memory_order_relaxed) - usable;
   KT_TRACE(kTraceEnter, "Liberation de %u octets a l'adresse %p", usable, pBloc);
   // The tab before the number differs from the allocation's text; both are kept.
-  KT_TRACE(kTraceExit, "Taille Memoire cumulee = \t%lu", static_cast<unsigned long>(g_mem_allouee));
+  KT_TRACE(kTraceExit, "Taille Memoire cumulee = \t%lu", static_cast<unsigned long>(total));
   std::free(pBloc);
 }

@@ -8,6 +8,7 @@
 #include <initializer_list>
 
 #include "frame/frame_internal.h"
+#include "frame/locks.h"
 #include "frame/support.h"
 #include "kt_binfiles.h"
 #include "kt_dictionary.h"
@@ -232,6 +233,7 @@ void kt::testing::ResetStartup() noexcept {
 }
 
 uint16_t KT_usInitLIB(char** ppcVersionKT, char** ppcVersionTables) {
+  const kt::frame::StartupGuard exclusive;  // one start or stop at a time
   KT_TRACE(kTraceEnter, "KT_usInitLIB");
   KT_TRACE(kTraceInfo, "Nombre de modules ayant initialis\xE9 le KT = %u", nbre_chargt_module);
   KT_TRACE(kTraceExit, "KT_usInitLIB");
@@ -239,6 +241,7 @@ uint16_t KT_usInitLIB(char** ppcVersionKT, char** ppcVersionTables) {
 }
 
 uint16_t usIAInitialisation(char** ppcVersionKT, char** ppcVersionTables) {
+  const kt::frame::StartupGuard exclusive;  // one start or stop at a time
   KT_TRACE(kTraceEnter, "IAInitialisation");
   // Step 1: a later start only counts, and writes no exit trace.
   if (nbre_chargt_module != 0) {
@@ -270,6 +273,7 @@ uint16_t usIAInitialisation(char** ppcVersionKT, char** ppcVersionTables) {
 }
 
 uint16_t KT_usTermLIB(void) {
+  const kt::frame::StartupGuard exclusive;  // one start or stop at a time
   KT_TRACE(kTraceEnter, "KT_usTermLIB");
   // 16 bits: a stop without a start wraps the counter and releases nothing.
   --nbre_chargt_module;
@@ -281,6 +285,7 @@ uint16_t KT_usTermLIB(void) {
 }
 
 uint16_t usIADecharger(void) {
+  const kt::frame::StartupGuard exclusive;  // one start or stop at a time
   KT_TRACE(kTraceEnter, "usIADecharger");
   (void)usGTSupprTables();  // result not used here
   KT_TRACE(kTraceExit, "usIADecharger");

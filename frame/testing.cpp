@@ -2,6 +2,7 @@
 // allocations and stream calls, and the reset of every process-wide table.
 // In deployment nothing arms a fault, and ShouldFail is one load and a test.
 #include <array>
+#include <cstring>
 
 #include "frame/frame_internal.h"
 
@@ -18,6 +19,39 @@ struct FaultState {
 
 std::array<FaultState, kFaultKinds> g_faults{};
 bool g_any_armed = false;
+
+// Distinct sites failed so far; more than the library has.
+constexpr int kMaxSites = 512;
+std::array<FailedSite, kMaxSites> g_sites{};
+int g_site_count = 0;
+FailedSite g_last_site{nullptr, 0, 0, Fault::kCount};
+
+void NoteFailedSite(const std::source_location& where, Fault fault) {
+  g_last_site = {where.file_name(), static_cast<int>(where.line()),
+                 static_cast<int>(where.column()), fault};
+  for (int i = 0; i < g_site_count; ++i) {
+    const FailedSite& s = g_sites[i];
+    if (s.line == static_cast<int>(where.line()) && s.column == static_cast<int>(where.column()) &&
+        std::strcmp(s.file, where.file_name()) == 0) {
+      return;
+    }
+  }
+  if (g_site_count < kMaxSites) {
+    g_sites[g_site_count++] = g_last_site;
+  }
+}
+
+// Counts the call against one armed kind; true when it is to fail.
+bool Consume(FaultState& f, Fault fault) {
+  if (f.delay < 0) return false;
+  ++f.calls_seen;
+  if (f.delay > 0) {
+    --f.delay;
+    return false;
+  }
+  if (!f.persistent) DisarmFault(fault);
+  return true;
+}
 
 void RecomputeAnyArmed() {
   g_any_armed = false;
@@ -46,8 +80,14 @@ void DisarmAllFaults() {
 
 int FaultCallsSeen(Fault fault) { return g_faults[static_cast<int>(fault)].calls_seen; }
 
+int FailedSiteCount() { return g_site_count; }
+FailedSite FailedSiteAt(int index) { return g_sites[index]; }
+FailedSite LastFailedSite() { return g_last_site; }
+void ForgetFailedSites() { g_site_count = 0; }
+
 void ResetAll() {
   DisarmAllFaults();
+  io::ResetSeam();
   ResetTraces();
   ResetStartup();
   ResetFileSlots();
@@ -59,18 +99,17 @@ void ResetAll() {
 
 namespace kt::frame {
 
-bool ShouldFail(testing::Fault fault) noexcept {
-  using testing::g_any_armed;
-  if (!g_any_armed) return false;
-  testing::FaultState& f = testing::g_faults[static_cast<int>(fault)];
-  if (f.delay < 0) return false;
-  ++f.calls_seen;
-  if (f.delay > 0) {
-    --f.delay;
-    return false;
+bool ShouldFail(testing::Fault fault, const std::source_location& site) noexcept {
+  using testing::Fault;
+  using testing::g_faults;
+  if (!testing::g_any_armed) return false;
+  // Both the kind's own arming and, for I/O, the any-I/O arming count the call.
+  bool fail = testing::Consume(g_faults[static_cast<int>(fault)], fault);
+  if (fault != Fault::kAlloc) {
+    fail = testing::Consume(g_faults[static_cast<int>(Fault::kAnyIo)], Fault::kAnyIo) || fail;
   }
-  if (!f.persistent) testing::DisarmFault(fault);
-  return true;
+  if (fail) testing::NoteFailedSite(site, fault);
+  return fail;
 }
 
 }  // namespace kt::frame

@@ -15,6 +15,8 @@ constexpr std::uint16_t kTraceSubStartup = 5;  // the allocation message is star
 using namespace kt::traces;
 
 constexpr std::uint32_t kDirectoryBlock = 256;
+// Appended to a version file's name for the temporary that replaces it.
+constexpr char kTemporarySuffix = '~';
 // The reader writes its terminator one past the size it is given, so the
 // 256-byte block is offered as 255 characters.
 constexpr std::uint32_t kDirectoryChars = kDirectoryBlock - 1;
@@ -41,20 +43,51 @@ struct VersionFileTexts {
 };
 
 // Names the version file of `component` in `directory` and opens it with
-// `mode`; the status is that of the first failing step.
+// `mode`; the status is that of the first failing step. With `path`, the
+// stream is a temporary file beside it ("<name>~"): the version file's full
+// name is handed out in *path and the temporary's in *temporary.
 std::uint16_t OpenVersionFile(std::int8_t component, const char* directory, const char* mode,
-                              const VersionFileTexts& texts, FILE** stream) {
+                              const VersionFileTexts& texts, FILE** stream,
+                              char** path = nullptr, char** temporary = nullptr) {
   char* name = nullptr;
   char* full_name = nullptr;
+  char* opened = nullptr;
   std::uint16_t us = usConstruireNomComplet(component, &name);
   KT_TRACE(kTraceInfo, texts.name, us);
   us = KT_usCreerNomCompletFichier(directory, name != nullptr ? name : "", &full_name);
   KT_TRACE(kTraceInfo, texts.join, us);
-  if (us == KT_OK) us = usOuvrirFichier(full_name, mode, stream);
+  if (us == KT_OK && path != nullptr) {
+    const std::size_t length = std::strlen(full_name);
+    opened = kt::frame::CopyText(full_name, length + 1);
+    if (opened == nullptr) {
+      us = KT_FAIL(KT_ERR_MEMOIRE);
+    } else {
+      opened[length] = kTemporarySuffix;
+    }
+  }
+  if (us == KT_OK) us = usOuvrirFichier(opened != nullptr ? opened : full_name, mode, stream);
   if (us != KT_OK) KT_TRACE(kTraceError, texts.error, us);
+  if (path != nullptr && us == KT_OK) {
+    *path = full_name;
+    *temporary = opened;
+    full_name = opened = nullptr;
+  }
+  KT_Liberer(opened);
   KT_Liberer(full_name);
   KT_Liberer(name);
   return us;
+}
+
+// Writes the text into the open temporary and renames it over the version
+// file `path`; on any failure the temporary goes and the version file stays
+// as it was.
+std::uint16_t PublishVersion(FILE* stream, const char* text, const char* temporary,
+                             const char* path) {
+  const bool written = kt::io::Printf(stream, "%s", text) >= 0;
+  const bool closed = usFermerFichier(stream) == KT_OK;
+  if (written && closed && kt::io::Rename(temporary, path) == 0) return KT_OK;
+  (void)kt::io::Unlink(temporary);
+  return KT_FAIL(KT_ERR_FICHIER);
 }
 
 }  // namespace
@@ -102,23 +135,25 @@ uint16_t KT_usEcrireVersionComposant(int8_t cComposant, const char* pcVersion,
   KT_Liberer(directory);
 
   FILE* stream = nullptr;
+  char* path = nullptr;
+  char* temporary = nullptr;
   if (us == KT_OK) {
     constexpr VersionFileTexts kTexts = {
         "ECRITURE DES COMPOSANTS: usConstruireNomComplet =0x%04x",
         " ECRITURE DES COMPOSANTS KT_usCreerNomCompletFichier =0x%04x",
         "ECRITURE DES COMPOSANTS Retour ERREUR =(%u)"};
-    if (OpenVersionFile(cComposant, directory_copy, "wb", kTexts, &stream) != KT_OK) {
+    if (OpenVersionFile(cComposant, directory_copy, "wb", kTexts, &stream, &path, &temporary) !=
+        KT_OK) {
       us = KT_FAIL(KT_ERR_FICHIER_VERSION);
     }
   }
   if (stream != nullptr) {
-    // Write failures are not checked; a failing close is.
-    (void)kt::io::Printf(stream, "%s", pcVersion != nullptr ? pcVersion : "");
-    if (usFermerFichier(stream) != KT_OK) {
-      us = KT_FAIL(KT_ERR_FICHIER);
-      KT_TRACE(kTraceError, "Retour ERREUR =(%u)", us);
-    }
+    // A failed write counts as a failed close: the file would be incomplete.
+    us = PublishVersion(stream, pcVersion != nullptr ? pcVersion : "", temporary, path);
+    if (us != KT_OK) KT_TRACE(kTraceError, "Retour ERREUR =(%u)", us);
   }
+  KT_Liberer(temporary);
+  KT_Liberer(path);
   KT_Liberer(directory_copy);
   KT_TRACE(kTraceInfo, "Resultat fin fonction =(%u)", us);
   KT_TRACE(kTraceExit, "KT_usEcrireVersionComposant");

@@ -13,26 +13,24 @@
 #include <vector>
 
 #include "frame/frame_internal.h"
+#include "fuzz/fuzz_files.h"
 #include "kt_frame.h"
 
 namespace {
 
-char g_directory[] = "/tmp/kt_ini_fuzz.XXXXXX";
+const char* const kFiles[] = {"/fuzz.ini", "/WriteIniTmp.txt", "/fuzz.ini~WriteIniTmp",
+                              "/WriteIniTmp.lck"};
 
-void RemoveDirectory() {
-  for (const char* name : {"/fuzz.ini", "/WriteIniTmp.txt", "/fuzz.ini~WriteIniTmp"}) {
-    (void)unlink((std::string(g_directory) + name).c_str());
-  }
-  (void)rmdir(g_directory);
-}
-
-// A private preferences directory for the whole run, removed at exit.
+// A private preferences directory for the whole run, set once and emptied
+// at exit.
 const std::string& PreferencesDirectory() {
-  static const std::string directory = [] {
-    if (mkdtemp(g_directory) == nullptr) __builtin_trap();
-    setenv("KT_PREFERENCES_DIR", g_directory, 1);
-    std::atexit(&RemoveDirectory);
-    return std::string(g_directory);
+  static const std::string& directory = []() -> const std::string& {
+    const std::string& made = kt::fuzz::ScratchDirectory("kt_ini_fuzz");
+    setenv("KT_PREFERENCES_DIR", made.c_str(), 1);
+    std::atexit([] {
+      for (const char* name : kFiles) (void)unlink((PreferencesDirectory() + name).c_str());
+    });
+    return made;
   }();
   return directory;
 }

@@ -223,8 +223,14 @@ KT_API void NN_Mod(NN_DIGIT* a, const NN_DIGIT* b, uint32_t bDigits, const NN_DI
 /* a = b x c mod d. */
 KT_API void NN_ModMult(NN_DIGIT* a, const NN_DIGIT* b, const NN_DIGIT* c, const NN_DIGIT* d,
                        uint32_t digits);
-/* a (dDigits digits) = b^c mod d, left to right with a 2-bit window.
- * REQUIRES: b < d. An exponent of 0 gives 1, even for d = 1. */
+/* a (dDigits digits) = b^c mod d. An exponent of 0 gives 1, even for d = 1.
+ * REQUIRES: b < d (a larger b, within dDigits digits, is reduced correctly).
+ * For an odd d: Montgomery products, a fixed 4-bit window over all cDigits x
+ * 32 bits of c (leading zero digits are not skipped), a product for every
+ * window and the window's table entry picked by reading every entry, so no
+ * branch and no memory address depends on c's value for a given cDigits. It
+ * does depend on cDigits, dDigits and the length and bit length of d. An
+ * even d takes the division path, which is not constant-time. */
 KT_API void NN_ModExp(NN_DIGIT* a, const NN_DIGIT* b, const NN_DIGIT* c, uint32_t cDigits,
                       const NN_DIGIT* d, uint32_t dDigits);
 /* a = b^-1 mod c. REQUIRES: gcd(b, c) = 1 (not checked). */
@@ -450,11 +456,20 @@ KT_API uint32_t RSAPrivateDecrypt(unsigned char* output, uint32_t* outputLen,
 
 /* Internal steps, exported for callers that use them. */
 
-/* output = input^e mod n, modulusLen bytes; KT_RE_DATA when input >= n. */
+/* output = input^e mod n, modulusLen bytes; KT_RE_DATA when input >= n.
+ * Variable-time in e (square and multiply over its bits): e is public. */
 KT_API uint32_t RSAPublicBlock(unsigned char* output, uint32_t* outputLen,
                                const unsigned char* input, uint32_t inputLen,
                                const R_RSAPublicKey* publicKey);
-/* output = input^d mod n by CRT, modulusLen bytes; KT_RE_DATA when input >= n. */
+/* output = input^d mod n by CRT, modulusLen bytes; KT_RE_DATA when input >= n.
+ * Both halves run through the constant-time exponentiation of NN_ModExp,
+ * which also reduces the input modulo p and q without division, and the
+ * recombination subtracts, adds p back and multiplies without branching on
+ * values. Still variable-time: the refusal of an input >= n; the digit
+ * counts and bit lengths of n, p and q; the fallback for a key whose p or q
+ * is even or below 2 (division and NN_ModExp's even path); and, in
+ * RSAPrivateDecrypt, the checks of the recovered type-2 block, whose status
+ * tells a well-formed block from a malformed one. */
 KT_API uint32_t RSAPrivateBlock(unsigned char* output, uint32_t* outputLen,
                                 const unsigned char* input, uint32_t inputLen,
                                 const R_RSAPrivateKey* privateKey);

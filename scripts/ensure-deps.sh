@@ -3,7 +3,7 @@
 # with apt-get it installs what is missing; otherwise it names the packages.
 set -euo pipefail
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev libssl-dev
-  clang libclang-rt-14-dev binutils)
+  clang libclang-rt-14-dev binutils valgrind zlib1g-dev dpkg-dev)
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' ||

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The whole test suite: a normal build and an AddressSanitizer +
-# UndefinedBehaviorSanitizer build, each built and run with CTest, then every
-# libFuzzer target for a bounded time on its seed corpus (when Clang is here).
+# UndefinedBehaviorSanitizer build, each built and run with CTest, a
+# ThreadSanitizer build of the concurrency tests, then every libFuzzer target
+# for a bounded time on its seed corpus (when Clang is here).
 # KT_FUZZ_SECONDS sets the time per fuzz target (default 30; 0 skips).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -19,32 +20,33 @@ run_suite() {
 }
 
 run_suite normal -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKT_BUILD_BENCHMARKS=ON
+
+# Constant-time check: Memcheck reports any branch or address that depends
+# on the secret exponents, which the program marks undefined.
+ct_check="$root/build/normal/tests/kt_ct_check"
+if command -v valgrind >/dev/null && [ -x "$ct_check" ]; then
+  echo "=== constant-time check (valgrind) ==="
+  valgrind -q --error-exitcode=1 "$ct_check"
+fi
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
   run_suite sanitize -DCMAKE_BUILD_TYPE=Debug -DKT_SANITIZE=ON
+
+# ThreadSanitizer: only the tests that run threads (the others are single-
+# threaded and cannot race), built with Clang when it is here.
+echo "=== thread sanitizer build ==="
+build="$root/build/tsan"
+tsan_compilers=()
+command -v clang++ >/dev/null && tsan_compilers=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++)
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKT_SANITIZE=thread \
+  "${tsan_compilers[@]}" >/dev/null
+cmake --build "$build" -j "$jobs" --target kt_threads_tests
+(cd "$build" && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+  ctest --output-on-failure -j "$jobs" --timeout 600 -R '^Stress')
 
 fuzz_seconds=${KT_FUZZ_SECONDS:-30}
 if [ "$fuzz_seconds" -gt 0 ] && command -v clang++ >/dev/null && [ -d "$root/fuzz" ] &&
    ls "$root"/fuzz/*_fuzz.cpp >/dev/null 2>&1; then
   echo "=== fuzz targets (${fuzz_seconds}s each) ==="
-  build="$root/build/fuzz"
-  CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DKT_BUILD_TESTS=OFF -DKT_BUILD_FUZZERS=ON >/dev/null
-  # Only the fuzz targets: the shared library and the tools are not linked
-  # with the fuzzer's runtimes.
-  targets=()
-  for source in "$root"/fuzz/*_fuzz.cpp; do targets+=("$(basename "$source" .cpp)"); done
-  cmake --build "$build" -j "$jobs" --target "${targets[@]}"
-  for source in "$root"/fuzz/*_fuzz.cpp; do
-    target=$(basename "$source" .cpp)
-    corpus="$build/corpus/$target"
-    mkdir -p "$corpus"
-    seeds="$root/fuzz/corpus/$target"
-    [ -d "$seeds" ] || seeds=""
-    echo "--- $target ---"
-    # libFuzzer ends without exit handlers: scratch files stay in the build.
-    mkdir -p "$build/tmp"
-    TMPDIR="$build/tmp" "$build/fuzz/$target" -max_total_time="$fuzz_seconds" -print_final_stats=1 \
-      -timeout=10 "$corpus" $seeds 2>&1 | tail -n 12
-  done
+  "$root/scripts/fuzz.sh" --no-merge "$fuzz_seconds"
 fi
 echo "test suite: all builds passed"

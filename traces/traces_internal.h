@@ -4,6 +4,7 @@
 #ifndef KT_TRACES_TRACES_INTERNAL_H_
 #define KT_TRACES_TRACES_INTERNAL_H_
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 
@@ -11,13 +12,14 @@
 
 namespace kt::traces {
 
-// The open trace stream; null when tracing is off.
-extern std::FILE* g_fichier;
+// The open trace stream; null when tracing is off. Set and cleared under the
+// trace mutex; read without it only to skip the work when tracing is off.
+extern std::atomic<std::FILE*> g_fichier;
 
 // Tracing is on exactly when the stream is open.
-inline bool On() noexcept { return g_fichier != nullptr; }
+inline bool On() noexcept { return g_fichier.load(std::memory_order_relaxed) != nullptr; }
 
-// The current nesting depth (for tests).
+// The calling thread's nesting depth (for tests).
 std::uint8_t Depth() noexcept;
 
 // The six kinds of trace event.

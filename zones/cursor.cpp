@@ -28,17 +28,18 @@ void TraceGroupTooLong(std::uint32_t length) {
   KT_TRACE(kTraceError, kt::zones::kGroupPastDataText, length);
 }
 
+std::uint16_t StepField(ZoneRecord& z, std::uint16_t* number, std::uint8_t** value,
+                        std::uint32_t* length);
+
 // One step of KT_usAvancerGroupeSuivant.
-std::uint16_t StepGroup(std::uint16_t zone, ZoneRecord& z, std::uint8_t count_fields,
-                        std::uint16_t* identifier) {
+std::uint16_t StepGroup(ZoneRecord& z, std::uint8_t count_fields, std::uint16_t* identifier) {
   if (AtZoneEnd(z)) {
     KT_TRACE(kTraceError, " Fin de la zone atteinte.");
     return KT_FAIL(KT_ERR_FIN);
   }
   if (count_fields != 0) {
     // A failed field step only ends the counting.
-    while (!AtGroupEnd(z) &&
-           KT_usAvancerChampSuivant(zone, 1, nullptr, nullptr, nullptr) == KT_OK) {
+    while (!AtGroupEnd(z) && StepField(z, nullptr, nullptr, nullptr) == KT_OK) {
     }
   }
   // Not at the zone's end, so the next group starts inside the readable data.
@@ -116,6 +117,29 @@ std::uint16_t StepField(ZoneRecord& z, std::uint16_t* number, std::uint8_t** val
   return KT_OK;
 }
 
+}  // namespace
+
+std::uint16_t AdvanceGroups(ZoneRecord& z, std::uint16_t count, std::uint8_t count_fields,
+                            std::uint16_t* identifier) noexcept {
+  std::uint16_t us = KT_OK;
+  // A count of 0 acts as 1.
+  for (std::uint32_t i = 0; us == KT_OK && (i == 0 || i < count); ++i) {
+    us = StepGroup(z, count_fields, identifier);
+  }
+  return us;
+}
+
+std::uint16_t AdvanceFields(ZoneRecord& z, std::uint16_t count, std::uint16_t* number,
+                            std::uint8_t** value, std::uint32_t* length) noexcept {
+  std::uint16_t us = KT_OK;
+  for (std::uint32_t i = 0; us == KT_OK && (i == 0 || i < count); ++i) {
+    us = StepField(z, number, value, length);
+  }
+  return us;
+}
+
+namespace {
+
 // Shared by the two counter reads.
 template <std::uint16_t ZoneRecord::*Counter>
 std::uint16_t ReadCounter(std::uint16_t zone, std::uint16_t* count) {
@@ -129,6 +153,7 @@ std::uint16_t ReadCounter(std::uint16_t zone, std::uint16_t* count) {
 }  // namespace kt::zones
 
 uint16_t KT_usPositionnerDebut(uint16_t usZone) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   ZoneRecord* z = nullptr;
   const std::uint16_t us = FindStructuredZone(usZone, &z);
   if (us != KT_OK) return us;
@@ -137,6 +162,7 @@ uint16_t KT_usPositionnerDebut(uint16_t usZone) {
 }
 
 uint16_t KT_usPositionnerFin(uint16_t usZone, uint8_t bCompterChamps) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   ZoneRecord* z = nullptr;
   std::uint16_t us = FindStructuredZone(usZone, &z);
   if (us != KT_OK) return us;
@@ -155,27 +181,25 @@ uint16_t KT_usPositionnerFin(uint16_t usZone, uint8_t bCompterChamps) {
 
 uint16_t KT_usAvancerGroupeSuivant(uint16_t usZone, uint16_t usNombre, uint8_t bCompterChamps,
                                    uint16_t* pusIdentifiant) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   ZoneRecord* z = nullptr;
   std::uint16_t us = FindStructuredZone(usZone, &z);
-  // A count of 0 acts as 1.
-  for (std::uint32_t i = 0; us == KT_OK && (i == 0 || i < usNombre); ++i) {
-    us = kt::zones::StepGroup(usZone, *z, bCompterChamps, pusIdentifiant);
-  }
+  if (us == KT_OK) us = kt::zones::AdvanceGroups(*z, usNombre, bCompterChamps, pusIdentifiant);
   return us;
 }
 
 uint16_t KT_usAvancerChampSuivant(uint16_t usZone, uint16_t usNombre, uint16_t* pusNumero,
                                   uint8_t** ppucDonnees, uint32_t* pulLongueur) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   ZoneRecord* z = nullptr;
   std::uint16_t us = FindStructuredZone(usZone, &z);
-  for (std::uint32_t i = 0; us == KT_OK && (i == 0 || i < usNombre); ++i) {
-    us = kt::zones::StepField(*z, pusNumero, ppucDonnees, pulLongueur);
-  }
+  if (us == KT_OK) us = kt::zones::AdvanceFields(*z, usNombre, pusNumero, ppucDonnees, pulLongueur);
   return us;
 }
 
 uint16_t KT_usRechercherGroupeSuivant(uint16_t usZone, uint16_t usIdentifiant,
                                       uint16_t usOccurrence, uint8_t bCompterChamps) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   ZoneRecord* z = nullptr;
   std::uint16_t us = FindStructuredZone(usZone, &z);
   if (us != KT_OK) return us;
@@ -199,6 +223,7 @@ uint16_t KT_usRechercherGroupeSuivant(uint16_t usZone, uint16_t usIdentifiant,
 
 uint16_t KT_usRechercherGroupe(uint16_t usZone, uint16_t usIdentifiant, uint16_t usOccurrence,
                                uint8_t bCompterChamps) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   std::uint16_t us = KT_OK;
   KT_TRACE(kTraceEnter, "KT_usRechercherGroupe");
   ExitTrace exit{kTraceSub, "cr = 0x%04X", &us};
@@ -214,6 +239,7 @@ uint16_t KT_usRechercherGroupe(uint16_t usZone, uint16_t usIdentifiant, uint16_t
 uint16_t KT_usRechercherChamp(uint16_t usZone, uint16_t usIdentifiant, uint16_t usOccurrence,
                               uint16_t usNumero, uint8_t bCompterChamps, uint8_t** ppucDonnees,
                               uint32_t* pulLongueur) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   std::uint16_t us = KT_OK;
   KT_TRACE(kTraceEnter,
            "KT_usRechercherChamp: identifiant = %u, occurrenceGroupe = %u, numero = %u",
@@ -239,6 +265,7 @@ uint16_t KT_usRechercherChamp(uint16_t usZone, uint16_t usIdentifiant, uint16_t 
 
 uint16_t KT_usLireGroupeSuivant(uint16_t usZone, uint8_t bCompterChamps, uint16_t* pusIdentifiant,
                                 uint16_t* pusOccurrence) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   ZoneRecord* z = nullptr;
   std::uint16_t us = FindStructuredZone(usZone, &z);
   if (us != KT_OK) return us;
@@ -275,9 +302,11 @@ uint16_t KT_usLireGroupeSuivant(uint16_t usZone, uint8_t bCompterChamps, uint16_
 }
 
 uint16_t KT_usLireCompteurGroupe(uint16_t usZone, uint16_t* pusCompteur) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   return kt::zones::ReadCounter<&ZoneRecord::compteurGroupe>(usZone, pusCompteur);
 }
 
 uint16_t KT_usLireCompteurChamp(uint16_t usZone, uint16_t* pusCompteur) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   return kt::zones::ReadCounter<&ZoneRecord::compteurChamp>(usZone, pusCompteur);
 }

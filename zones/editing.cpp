@@ -70,6 +70,7 @@ using kt::zones::C;
 using kt::zones::T;
 
 uint16_t KT_usAjouterGroupe(uint16_t usZone, uint16_t usIdentifiant) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   std::uint16_t us = KT_OK;
   KT_TRACE(kTraceEnter, "KT_usAjouterGroupe : identifiant = %u", usIdentifiant);
   ExitTrace failed{kTraceSub, " cr = 0x%04X", &us};
@@ -106,6 +107,7 @@ uint16_t KT_usAjouterGroupe(uint16_t usZone, uint16_t usIdentifiant) {
 }
 
 uint16_t KT_usAjouterChamp(uint16_t usZone, const uint8_t* pucDonnees, uint32_t ulLongueur) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   std::uint16_t us = KT_OK;
   KT_TRACE(kTraceEnter, "KT_usAjouterChamp : donnees = 0x%p, longueur = %u",
            static_cast<const void*>(pucDonnees), ulLongueur);
@@ -156,6 +158,7 @@ uint16_t KT_usAjouterChamp(uint16_t usZone, const uint8_t* pucDonnees, uint32_t 
 
 uint16_t KT_usModifierChamp(uint16_t usZone, const uint8_t* pucDonnees, uint32_t ulPosition,
                             uint32_t ulLongueur, uint8_t bAgrandissement) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   std::uint16_t us = KT_OK;
   KT_TRACE(kTraceEnter, "KT_usModifierChamp : donnees = 0x%p, longueur = %u",
            static_cast<const void*>(pucDonnees), ulLongueur);
@@ -228,6 +231,7 @@ uint16_t KT_usModifierChamp(uint16_t usZone, const uint8_t* pucDonnees, uint32_t
 
 uint16_t KT_usExtraireChamp(uint16_t usZone, uint8_t** ppucDonnees, uint32_t ulPosition,
                             uint32_t ulLongueur) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   std::uint16_t us = KT_OK;
   KT_TRACE(kTraceEnter, "KT_usExtraireChamp : donnees = 0x%p, pos = %u",
            static_cast<void*>(ppucDonnees), ulPosition);

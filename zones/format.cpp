@@ -13,11 +13,15 @@
 // Sums are 16-bit. Fields are matched to records by position only.
 #include <cstring>
 
+#include "checks/checks_internal.h"
+#include "frame/frame_internal.h"
+#include "frame/locks.h"
 #include "frame/support.h"
 #include "kt_checks.h"
 #include "kt_dictionary.h"
 #include "kt_zones.h"
 #include "traces/traces_internal.h"
+#include "zones/zones_internal.h"
 
 namespace {
 
@@ -73,16 +77,21 @@ void Begin(Check& c) {
   if (c.us == KT_OK) {
     c.us = KT_usDonnerListeGroupes(&c.groups, &c.group_count);
     KT_TRACE(kTraceInfo, " KT_usDonnerListeGroupes= 0x%04x", c.us);
+    // The queries hand out a null block when memory runs out.
+    if (c.us == KT_OK && c.groups == nullptr && c.group_count != 0) c.us = KT_FAIL(KT_ERR_MEMOIRE);
   }
 }
 
 // Steps 2.4.3 to 2.4.5: the type check, then the bounds on the significant
-// length; true when the value passes.
-bool ValueFits(const stChamp& record, const char* text, std::uint32_t length,
+// length; true when the value passes. A check that ran out of memory gives
+// no verdict on the value: it sets KT_ERR_MEMOIRE.
+bool ValueFits(Check& c, const stChamp& record, const char* text, std::uint32_t length,
                std::uint32_t* significant) {
-  const std::uint8_t ok =
-      bChaineCtrlFormat(text, length, static_cast<char>(record.cType), significant);
+  const kt::checks::FormatCheck check =
+      kt::checks::CheckFormat(text, length, static_cast<char>(record.cType), significant);
+  const std::uint8_t ok = check == kt::checks::FormatCheck::kValid ? 1 : 0;
   KT_TRACE(kTraceInfo, "Controle du champ suivant son type : bRetour= 0x%04x (1/OK)", ok);
+  if (check == kt::checks::FormatCheck::kNoMemory) c.us = KT_FAIL(KT_ERR_MEMOIRE);
   if (ok != 1) return false;
   // An empty field passes, unless its code makes a minimum binding.
   if (*significant == 0) return record.usLongueurMin == 0 || record.lCodeChamp != 1;
@@ -111,11 +120,14 @@ void CheckAllowedValues(Check& c, std::uint16_t id, std::uint16_t number, const 
       c.at_once = true;
       return;
     }
-    if (KT_bCompareChaine(reduced, allowed) != 1) ++differing;
+    // Without either text nothing was compared: no verdict on the value.
+    if (reduced == nullptr || allowed == nullptr) c.us = KT_FAIL(KT_ERR_MEMOIRE);
+    if (c.us == KT_OK && KT_bCompareChaine(reduced, allowed) != 1) ++differing;
     KT_Liberer(allowed);
+    if (c.us != KT_OK) break;
   }
   KT_Liberer(reduced);
-  if (differing == record.usNbValeurs) {
+  if (c.us == KT_OK && differing == record.usNbValeurs) {
     c.us = field_error;
     KT_TRACE(kTraceError, "ERREUR valeur de champ, usResultat= 0x%04x", c.us);
   }
@@ -141,7 +153,8 @@ bool CheckField(Check& c, std::uint16_t id, const stChamp& record, std::uint16_t
   const std::uint16_t field_error =
       Position(KT_FORMAT_CHAMP, static_cast<std::uint16_t>(c.total - field_count + number));
   std::uint32_t significant = 0;
-  if (!ValueFits(record, text, length, &significant)) {
+  if (!ValueFits(c, record, text, length, &significant)) {
+    if (c.us != KT_OK) return false;  // out of memory
     c.us = field_error;
     KT_TRACE(kTraceError, "ERREUR usResultat= 0x%04x", c.us);
     return false;
@@ -180,6 +193,7 @@ void CheckGroup(Check& c) {
   std::uint16_t field_count = 0;
   c.us = KT_usDonnerInformationChamp(id, &fields, &field_count);
   KT_TRACE(kTraceInfo, " KT_usDonnerInformationChamp= 0x%04x", c.us);
+  if (c.us == KT_OK && fields == nullptr && field_count != 0) c.us = KT_FAIL(KT_ERR_MEMOIRE);
   if (c.us != KT_OK) {
     KT_Liberer(c.groups);
     c.at_once = true;
@@ -215,6 +229,10 @@ std::uint16_t End(Check& c) {
 }  // namespace
 
 uint16_t KT_usControlerFormatZoneMemoire(uint16_t usZone) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
+  // One hold of the dictionary for the whole control: a stop cannot release
+  // the tables between two of its queries.
+  const kt::frame::DictionaryReadGuard dictionary;
   KT_TRACE(kTraceEnter, "KT_usControlerFormatZoneMemoire");
   Check c;
   c.zone = usZone;

@@ -22,11 +22,10 @@ namespace {
 
 // The field loop over one group of group_length content bytes, the cursor
 // standing on the group.
-std::uint16_t CheckFields(std::uint16_t zone, const ZoneRecord& z, std::uint32_t group_length,
-                          bool& empty_field_seen) {
+std::uint16_t CheckFields(ZoneRecord& z, std::uint32_t group_length, bool& empty_field_seen) {
   while (group_length != 0) {
     std::uint32_t length = 0;
-    if (KT_usAvancerChampSuivant(zone, 1, nullptr, nullptr, &length) != KT_OK) {
+    if (AdvanceFields(z, 1, nullptr, nullptr, &length) != KT_OK) {
       KT_TRACE(kTraceError, "Impossible de lire la longueur du champ");
       return KT_FAIL(KT_ERR_CODAGE_ZONE);
     }
@@ -56,6 +55,7 @@ std::uint16_t CheckFields(std::uint16_t zone, const ZoneRecord& z, std::uint32_t
 }  // namespace kt::zones
 
 uint16_t KT_usControlerSyntaxeZoneMemoire(uint16_t usZone) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   std::uint16_t us = KT_OK;
   KT_TRACE(kTraceEnter, "KT_usControlerSyntaxeZoneMemoire");
   ExitTrace exit{kTraceSub, "KT_usControlerSyntaxeZoneMemoire usResultat = 0x%04x", &us};
@@ -114,9 +114,9 @@ uint16_t KT_usControlerSyntaxeZoneMemoire(uint16_t usZone) {
       us = KT_FAIL(KT_ERR_CODAGE_ZONE);
       break;
     }
-    us = KT_usAvancerGroupeSuivant(usZone, 1, 1, nullptr);
+    us = kt::zones::AdvanceGroups(z, 1, 1, nullptr);
     if (us != KT_OK) break;
-    us = kt::zones::CheckFields(usZone, z, stLongueurGroupe, empty_field_seen);
+    us = kt::zones::CheckFields(z, stLongueurGroupe, empty_field_seen);
     if (ulTailleDataIn == 0) end = true;
   }
   return us;

@@ -21,25 +21,32 @@ namespace kt::zones {
 namespace {
 
 // Slot i holds zone number i; null is a free slot.
-std::array<ZoneRecord*, kZoneCount> ZM{};
+std::array<std::atomic<ZoneRecord*>, kZoneCount> ZM{};
+frame::SlotLocks<kZoneCount> g_locks;
 
 // Frees the records, not the buffers: those belong to the callers.
 void Reset() {
-  for (ZoneRecord*& record : ZM) {
-    KT_Liberer(record);
-    record = nullptr;
+  for (std::atomic<ZoneRecord*>& record : ZM) {
+    KT_Liberer(record.load(std::memory_order_relaxed));
+    record.store(nullptr, std::memory_order_relaxed);
   }
 }
 
-// Takes the lowest free slot with a new cleared record; null when no slot is
-// free or memory runs out.
-ZoneRecord* NewRecord(std::uint16_t* zone) {
+// Takes the lowest free slot with a new cleared record, and holds the slot's
+// lock in `guard`; null when no slot is free or memory runs out.
+ZoneRecord* NewRecord(std::uint16_t* zone, frame::SlotGuard& guard) {
   std::uint16_t slot = 0;
-  if (KT_bRechercherZoneLibre(&slot) == 0) return nullptr;
+  for (;;) {
+    if (KT_bRechercherZoneLibre(&slot) == 0) return nullptr;
+    guard.Acquire(g_locks.At(slot));
+    // Another caller may have taken the slot between the search and the lock.
+    if (ZM[slot].load(std::memory_order_relaxed) == nullptr) break;
+    guard.Release();
+  }
   auto* record = static_cast<ZoneRecord*>(KT_Allouer(sizeof(ZoneRecord)));
   if (record == nullptr) return nullptr;
   std::memset(record, 0, sizeof *record);
-  ZM[slot] = record;
+  ZM[slot].store(record, std::memory_order_release);
   *zone = slot;
   return record;
 }
@@ -52,7 +59,8 @@ std::uint16_t Adopt(std::uint8_t* buffer, std::uint32_t capacity, std::uint32_t 
            static_cast<void*>(buffer), capacity);
   kt::traces::ExitTrace exit{kTraceSub, "cr = 0x%04X", &us};
   if (buffer == nullptr || capacity == 0 || zone == nullptr) return us = KT_FAIL(KT_ERR_ARGUMENT);
-  ZoneRecord* z = NewRecord(zone);
+  frame::SlotGuard guard;
+  ZoneRecord* z = NewRecord(zone, guard);
   if (z == nullptr) return us = KT_FAIL(KT_ERR_MEMOIRE);
   z->buffer = buffer;
   z->taille = capacity;
@@ -82,7 +90,11 @@ std::uint16_t EndTest(std::uint16_t zone, std::uint32_t* end) {
 
 }  // namespace
 
-ZoneRecord* FindZone(std::uint16_t zone) noexcept { return zone < kZoneCount ? ZM[zone] : nullptr; }
+frame::SlotLock* ZoneLock(std::uint16_t zone) noexcept { return g_locks.At(zone); }
+
+ZoneRecord* FindZone(std::uint16_t zone) noexcept {
+  return zone < kZoneCount ? ZM[zone].load(std::memory_order_relaxed) : nullptr;
+}
 
 std::uint16_t FindStructuredZone(std::uint16_t zone, ZoneRecord** record) noexcept {
   *record = FindZone(zone);
@@ -115,7 +127,7 @@ using kt::zones::ZoneRecord;
 
 uint8_t KT_bRechercherZoneLibre(uint16_t* pusZone) {
   for (std::uint16_t i = 0; i < kt::zones::kZoneCount; ++i) {
-    if (kt::zones::ZM[i] == nullptr) {
+    if (kt::zones::ZM[i].load(std::memory_order_acquire) == nullptr) {
       if (pusZone != nullptr) *pusZone = i;
       return 1;
     }
@@ -130,7 +142,8 @@ uint16_t KT_usCreerZoneMemoire(uint32_t ulTaille, uint8_t bStructuree, uint16_t*
   std::uint16_t cr = KT_OK;
   ExitTrace exit{kTraceSub, "cr = 0x%04X", &cr};
   if (pusZone == nullptr) return KT_FAIL(KT_ERR_ARGUMENT);
-  ZoneRecord* z = kt::zones::NewRecord(pusZone);
+  kt::frame::SlotGuard guard;
+  ZoneRecord* z = kt::zones::NewRecord(pusZone, guard);
   if (z == nullptr) return KT_FAIL(KT_ERR_MEMOIRE);
   const std::uint32_t capacity = ulTaille == 0 ? 1 : ulTaille;
   auto* buffer = static_cast<std::uint8_t*>(KT_Allouer(capacity));
@@ -157,6 +170,7 @@ uint16_t KT_usInitialiserZoneMemoireNonPlein(uint8_t* pucBuffer, uint32_t ulTail
 }
 
 uint16_t KT_usLibererZoneMemoire(uint16_t usZone) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   std::uint16_t us = KT_OK;
   KT_TRACE(kTraceEnter, "KT_usLibererZoneMemoire : numero de zone = %u", usZone);
   ExitTrace exit{kTraceSub, "cr = 0x%04X", &us};
@@ -164,11 +178,12 @@ uint16_t KT_usLibererZoneMemoire(uint16_t usZone) {
   if (z == nullptr) return us = KT_FAIL(KT_ERR_NUMERO_INCONNU);
   // The buffer stays with the caller, also when the library allocated it.
   KT_Liberer(z);
-  kt::zones::ZM[usZone] = nullptr;
+  kt::zones::ZM[usZone].store(nullptr, std::memory_order_release);
   return us;
 }
 
 uint16_t KT_usRedimensionner(uint16_t usZone, uint32_t ulTaille) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   std::uint16_t us = KT_OK;
   KT_TRACE(kTraceEnter, "KT_usRedimensionner : taille = %u", ulTaille);
   ExitTrace exit{kTraceSub, "cr = 0x%04X", &us};
@@ -194,6 +209,7 @@ uint16_t KT_usRedimensionner(uint16_t usZone, uint32_t ulTaille) {
 }
 
 uint16_t KT_pucLireBuffer(uint16_t usZone, uint32_t* pulTaille, uint8_t** ppucBuffer) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   const ZoneRecord* z = FindZone(usZone);
   if (z == nullptr) return KT_FAIL(KT_ERR_NUMERO_INCONNU);
   if (pulTaille != nullptr) *pulTaille = z->tailleDonnees;
@@ -203,6 +219,7 @@ uint16_t KT_pucLireBuffer(uint16_t usZone, uint32_t* pulTaille, uint8_t** ppucBu
 
 uint16_t KT_usLireZoneMemoire(uint16_t usZone, uint32_t ulPosition, uint8_t** ppucDestination,
                               uint32_t ulLongueur) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   ZoneRecord* z = nullptr;
   std::uint16_t us = kt::zones::FindRawZone(usZone, &z);
   if (us != KT_OK) return us;
@@ -220,6 +237,7 @@ uint16_t KT_usLireZoneMemoire(uint16_t usZone, uint32_t ulPosition, uint8_t** pp
 
 uint16_t KT_usEcrireZoneMemoire(uint16_t usZone, uint32_t ulPosition, const uint8_t* pucSource,
                                 uint32_t ulLongueur) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   ZoneRecord* z = nullptr;
   const std::uint16_t us = kt::zones::FindRawZone(usZone, &z);
   if (us != KT_OK) return us;
@@ -234,13 +252,16 @@ uint16_t KT_usEcrireZoneMemoire(uint16_t usZone, uint32_t ulPosition, const uint
 }
 
 uint16_t KT_usFinDonnees(uint16_t usZone, uint32_t* pbFin) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   return kt::zones::EndTest<kt::zones::AtDataEnd>(usZone, pbFin);
 }
 
 uint16_t KT_usFinZone(uint16_t usZone, uint32_t* pbFin) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   return kt::zones::EndTest<kt::zones::AtZoneEnd>(usZone, pbFin);
 }
 
 uint16_t KT_usFinGroupe(uint16_t usZone, uint32_t* pbFin) {
+  const kt::frame::SlotGuard guard{kt::zones::ZoneLock(usZone)};
   return kt::zones::EndTest<kt::zones::AtGroupEnd>(usZone, pbFin);
 }

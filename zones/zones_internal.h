@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "frame/locks.h"
 #include "frame/support.h"
 #include "kt_zones.h"
 
@@ -48,12 +49,26 @@ static_assert(sizeof(ZoneRecord) ==
                       alignof(ZoneRecord) * alignof(ZoneRecord),
               "zone record layout");
 
+// The lock that serialises the calls on one zone: every public operation on
+// a zone number holds it for its whole call. Calls on different zones never
+// wait on each other; a number above 99 has none (null).
+frame::SlotLock* ZoneLock(std::uint16_t zone) noexcept;
+
 // The record of a used slot, or null for a number above 99 or a free slot.
+// The caller holds the zone's lock.
 ZoneRecord* FindZone(std::uint16_t zone) noexcept;
 
 // The record of a structured zone: KT_ERR_NUMERO_INCONNU for a bad number,
 // KT_ERR_MODE for a raw zone.
 [[nodiscard]] std::uint16_t FindStructuredZone(std::uint16_t zone, ZoneRecord** record) noexcept;
+
+// KT_usAvancerGroupeSuivant and KT_usAvancerChampSuivant on a structured
+// zone whose lock the caller holds: the zone's own operations step with
+// these rather than through the public calls.
+std::uint16_t AdvanceGroups(ZoneRecord& z, std::uint16_t count, std::uint8_t count_fields,
+                            std::uint16_t* identifier) noexcept;
+std::uint16_t AdvanceFields(ZoneRecord& z, std::uint16_t count, std::uint16_t* number,
+                            std::uint8_t** value, std::uint32_t* length) noexcept;
 
 // Clears the cursor (the start of the zone).
 void ClearCursor(ZoneRecord& z) noexcept;

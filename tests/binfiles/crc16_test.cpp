@@ -1,8 +1,11 @@
 // The CRC-16 of control type 1: check values, the stream computation, and
 // closed files whose every byte is guarded.
+#include <algorithm>
 #include <cstdio>
+#include <random>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "binfiles/binfile_test_util.h"
 #include "binfiles/binfiles_internal.h"
@@ -21,12 +24,41 @@ uint16_t Crc(const std::string& bytes) {
   return crc.Value();
 }
 
+// The register run bit by bit, as the file format defines it.
+uint16_t BitwiseCrc(const std::vector<uint8_t>& bytes) {
+  uint32_t r = 0;
+  for (uint8_t b : bytes) {
+    r |= uint32_t{b} << 16;
+    for (int bit = 0; bit < 8; ++bit) r = (r & 1U) != 0 ? (r >> 1) ^ 0x8408U : r >> 1;
+  }
+  return static_cast<uint16_t>(((r >> 8) & 0xFFU) | ((r & 0xFFU) << 8));
+}
+
+TEST(Crc16, TableDrivenEqualsBitwiseOnRandomDataInAnySplit) {
+  std::mt19937 rng(16);
+  for (std::size_t size : {0u, 1u, 2u, 3u, 7u, 8u, 9u, 15u, 16u, 17u, 1000u, 70000u}) {
+    std::vector<uint8_t> bytes(size);
+    for (auto& b : bytes) b = static_cast<uint8_t>(rng());
+    const uint16_t expected = BitwiseCrc(bytes);
+    // Whole, then in pieces of 0 to 19 bytes.
+    kt::binfiles::Crc16 whole, pieces;
+    whole.Update(bytes.data(), bytes.size());
+    EXPECT_EQ(whole.Value(), expected) << size;
+    for (std::size_t at = 0; at < size;) {
+      const std::size_t n = std::min<std::size_t>(rng() % 20, size - at);
+      pieces.Update(bytes.data() + at, n);
+      at += n;
+    }
+    EXPECT_EQ(pieces.Value(), expected) << size;
+  }
+}
+
 TEST_F(BinFileCrc, CheckValuesAndTheStreamFromOffset4On) {
   EXPECT_EQ(Crc("123456789"), 0x7F50);
   EXPECT_EQ(Crc("A"), 0x0041);
   // With two closing zero bytes the register is CRC-16/KERMIT's (0x2189).
   EXPECT_EQ(Crc(std::string("123456789\0\0", 11)), 0x8921);
-  for (std::size_t covered : {0u, 1u, 1023u, 1024u, 2048u, 2500u}) {
+  for (std::size_t covered : {0u, 1u, 1023u, 1024u, 2048u, 2500u, 32768u, 100001u}) {
     SCOPED_TRACE(covered);
     std::string bytes = "ABCD";
     for (std::size_t i = 0; i < covered; ++i) bytes += static_cast<char>(i * 7 + 3);

@@ -48,6 +48,45 @@ TEST(KeyGen, PrimalityFilterAndPrimeSearchOverSmallNumbers) {
   EXPECT_EQ(a[0], 29u);
 }
 
+// Key generation is deterministic for a seeded generator: these digests of
+// whole key pairs (and of Diffie-Hellman parameters) were taken before the
+// arithmetic was rewritten and must never move.
+std::string PairDigest(const KeyPair& pair) {
+  unsigned char digest[16];
+  uint32_t len = 0;
+  R_DigestBlock(digest, &len, reinterpret_cast<const unsigned char*>(&pair), sizeof pair,
+                KT_DA_MD5);
+  return Hex(digest, len);
+}
+
+TEST(KeyGen, KnownAnswersForFixedSeeds) {
+  const struct {
+    uint32_t bits;
+    int32_t fermat4;
+    unsigned seed;
+    const char* digest;
+  } cases[] = {
+      {508, 1, 11, "27d5035ebfae8102ccf97502a3277cdc"},
+      {512, 0, 12, "f144af2dd7327750236c684391d641c1"},
+      {777, 1, 13, "cc487d951de1867a3e3dfc77defbd54d"},
+      {1024, 1, 14, "81364f63350f0dfbf2d765bca3304a54"},
+      {1024, 0, 15, "7146f38dd3e35ae48ddd97dc6759bbcc"},
+  };
+  for (const auto& c : cases) {
+    R_RandomContext random = SeededRandom(c.seed);
+    KeyPair pair;
+    std::memset(&pair, 0xA5, sizeof pair);
+    R_ProtoKey proto = {c.bits, c.fermat4};
+    ASSERT_EQ(R_GeneratePEMKeys(&pair.pub, &pair.priv, &proto, &random), KT_RE_OK);
+    EXPECT_EQ(PairDigest(pair), c.digest) << c.bits << " " << c.seed;
+  }
+  R_RandomContext random = SeededRandom(16);
+  KeyPair params{};
+  R_DHParams dh = {params.pub.modulus, 0, params.pub.exponent, 0};
+  ASSERT_EQ(R_GenerateDHParams(&dh, 512, 160, &random), KT_RE_OK);
+  EXPECT_EQ(PairDigest(params), "c4736dba73cd39485b3efe516c8a337c");
+}
+
 #ifdef KT_HAVE_OPENSSL
 // Checks every relation of a generated pair: OpenSSL's key check covers the
 // primes, n = p q and the CRT values; e d = 1 is checked modulo phi itself.

@@ -1,8 +1,13 @@
 // The ini writer against real files: where it puts a key, what it keeps,
 // and that a failure at any step leaves the target as it was.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <filesystem>
 #include <iterator>
 #include <string>
+#include <thread>
 
 #include "frame/frame_internal.h"
 #include "frame/ini_fixture.h"
@@ -82,6 +87,8 @@ TEST_F(IniWriter, RefusesWhatWouldLoseData) {
   Put(kSample, "WriteIniTmp.txt");
   EXPECT_FALSE(Write("s1", "k", "v", "WriteIniTmp.txt"));
   EXPECT_EQ(Contents("WriteIniTmp.txt"), kSample);
+  // Nor is the writers' lock file replaced.
+  EXPECT_FALSE(Write("s1", "k", "v", "WriteIniTmp.lck"));
   EXPECT_FALSE(Write("s1", "k", "v", Prefs("no/such.ini")));
   // A file that exists but cannot be opened is not recreated empty.
   Put(kSample);
@@ -126,6 +133,67 @@ TEST_F(IniWriter, RenameAcrossFileSystemsFallsBackToACopy) {
   EXPECT_EQ(ReadFile(target), "[s1]\nk=2\n");
   ExpectNoLeftovers();
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(elsewhere.path()), {}), 1);
+}
+
+// Writers take turns through the one temporary file: two processes, then two
+// threads, each add kWrites keys to their own file of one preferences
+// directory, and every file holds exactly its own lines.
+TEST_F(IniWriter, ConcurrentWritersKeepTheirFilesApart) {
+  constexpr int kWrites = 150;
+  const auto line = [](const std::string& file, int i) {
+    char text[64];
+    std::snprintf(text, sizeof text, "k%03d=%s-%d", i, file.c_str(), i);
+    return std::string(text);
+  };
+  // The number of writes that did not return 1.
+  const auto write_all = [&](const std::string& file) {
+    int failed = 0;
+    for (int i = 0; i < kWrites; ++i) {
+      const std::string entry = line(file, i);
+      const std::size_t equals = entry.find('=');
+      failed += WriteIniString("s1", entry.substr(0, equals).c_str(),
+                               entry.substr(equals + 1).c_str(), file.c_str()) != 1;
+    }
+    return failed;
+  };
+  const auto expect_own_lines = [&](const std::string& file) {
+    std::string expected = "[s1]\n";
+    for (int i = 0; i < kWrites; ++i) expected += line(file, i) + "\n";
+    EXPECT_EQ(Contents(file), expected) << file;
+  };
+
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) _exit(write_all("child.ini") == 0 ? 0 : 1);
+  EXPECT_EQ(write_all("parent.ini"), 0);
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
+  expect_own_lines("parent.ini");
+  expect_own_lines("child.ini");
+
+  int failed[2] = {};
+  std::thread first([&] { failed[0] = write_all("first.ini"); });
+  std::thread second([&] { failed[1] = write_all("second.ini"); });
+  first.join();
+  second.join();
+  EXPECT_EQ(failed[0], 0);
+  EXPECT_EQ(failed[1], 0);
+  expect_own_lines("first.ini");
+  expect_own_lines("second.ini");
+  EXPECT_FALSE(std::filesystem::exists(Prefs("WriteIniTmp.txt")));
+}
+
+// Without a lock file (here: no preferences directory at all) the writer
+// still does what it can do without the temporary: create a missing target.
+TEST_F(IniWriter, WritesWithoutTheLockWhenItCannotBeMade) {
+  ScratchDir elsewhere;
+  const std::string target = elsewhere.File("new.ini");
+  setenv("KT_PREFERENCES_DIR", Prefs("missing").c_str(), 1);
+  EXPECT_TRUE(Write("s1", "k", "1", target));
+  EXPECT_EQ(ReadFile(target), "[s1]\nk=1\n");
+  EXPECT_FALSE(Write("s1", "k", "2", target));  // the temporary cannot be made
+  EXPECT_EQ(ReadFile(target), "[s1]\nk=1\n");
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "frame/frame_internal.h"
@@ -91,7 +92,9 @@ TEST_F(VersionFiles, CloseFailureOfTheWriterIsAFileError) {
   // The first close is the configuration reader's.
   kt::testing::ArmFault(kt::testing::Fault::kClose, 1);
   EXPECT_EQ(KT_usEcrireVersionComposant(92, "0100", 4), KT_ERR_FICHIER);
-  EXPECT_EQ(ReadFile(work_.File("92.adm")), "0100");
+  // The text went to a temporary that is not put in place.
+  EXPECT_FALSE(std::filesystem::exists(work_.File("92.adm")));
+  EXPECT_FALSE(std::filesystem::exists(work_.File("92.adm~")));
 }
 
 }  // namespace

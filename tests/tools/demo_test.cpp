@@ -62,10 +62,11 @@ TEST_F(ToolDemo, IniSetThenGet) {
   EXPECT_EQ(missing.status, 1);
   EXPECT_EQ(missing.err, "kt ini get: no key absente in section commun of ./a.ini\n");
   // A bare name lies in the preferences directory.
-  EXPECT_EQ(Run({"ini", "set", "b.ini", "s", "k", "v"}, {{"KT_PREFERENCES_DIR", File("")}}).status,
-            0);
-  EXPECT_EQ(ReadFile(File("b.ini")), "[s]\nk=v\n");
-  EXPECT_EQ(Run({"ini", "set", "./no/such/c.ini", "s", "k", "v"}).status, 1);
+  EXPECT_EQ(
+      Run({"ini", "set", "b.ini", "sec", "key", "v"}, {{"KT_PREFERENCES_DIR", File("")}}).status,
+      0);
+  EXPECT_EQ(ReadFile(File("b.ini")), "[sec]\nkey=v\n");
+  EXPECT_EQ(Run({"ini", "set", "./no/such/c.ini", "sec", "key", "v"}).status, 1);
 }
 
 TEST_F(ToolDemo, UsageErrorsExitTwoAndHelpZero) {

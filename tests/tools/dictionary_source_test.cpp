@@ -121,6 +121,10 @@ TEST(StatusText, NamesEveryCodeAndDecodesPositions) {
   EXPECT_EQ(kt::tool::StatusText(KT_ERR_FICHIER), "0xF610 (a file operation failed)");
   EXPECT_EQ(kt::tool::StatusText(0x040B), "0x040B (signature does not match)");
   EXPECT_EQ(kt::tool::StatusText(0x1234), "0x1234 (unknown status)");
+  // A bare failure is explained by the caller, who knows what failed.
+  EXPECT_EQ(kt::tool::StatusText(KT_ECHEC, "the signature could not be made"),
+            "0x0001 (the signature could not be made)");
+  EXPECT_EQ(kt::tool::StatusText(KT_ERR_FICHIER, "unused"), "0xF610 (a file operation failed)");
   using Kind = kt::tool::FormatCode::Kind;
   const struct {
     std::uint16_t code;

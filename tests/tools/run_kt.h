@@ -21,10 +21,21 @@ struct KtRun {
   std::string err;
 };
 
+// The kt under test: $KT_TOOL, else the one installed in the build tree's
+// scratch prefix, else the built one.
+std::string ToolPath();
+
+// Standard input's bytes (none: /dev/null), and a file for standard output
+// instead of the run's `out`.
+struct KtStreams {
+  std::string stdin_text;
+  std::string stdout_path;
+};
+
 // Runs kt with `args` in directory `cwd`, with the environment of the tests
 // changed by `env` (an empty value removes the variable).
 KtRun RunKt(const std::vector<std::string>& args, const std::string& cwd,
-            const std::map<std::string, std::string>& env = {});
+            const std::map<std::string, std::string>& env = {}, const KtStreams& streams = {});
 
 // The source tree, for the sample dictionary and the development keys.
 std::string SourcePath(const std::string& relative);
@@ -34,8 +45,8 @@ std::string SourcePath(const std::string& relative);
 class KtTool : public ::testing::Test {
  protected:
   KtRun Run(const std::vector<std::string>& args,
-            const std::map<std::string, std::string>& env = {}) {
-    return RunKt(args, dir_.path().string(), env);
+            const std::map<std::string, std::string>& env = {}, const KtStreams& streams = {}) {
+    return RunKt(args, dir_.path().string(), env, streams);
   }
   std::string File(const std::string& name) const { return dir_.File(name); }
   // Compiles the sample dictionary into `name` in the scratch directory.

@@ -133,7 +133,9 @@ class Demo {
     Line("  tables file", Path("tables/tablebin.vkt"));
     Line("  version files", Path("work/92.adm") + ", " + Path("work/93.adm"));
     Line("  trace", context.trace_path);
-    std::printf("\nnext: kt tables dump %s\n", Path("tables/tablebin.vkt").c_str());
+    // The kt that runs, which need not be on PATH: the line runs as shown.
+    std::printf("\nnext: %s tables dump %s\n", RunningProgram().c_str(),
+                Path("tables/tablebin.vkt").c_str());
     return ok ? kExitOk : kExitFailed;
   }
 
@@ -168,17 +170,17 @@ class Demo {
       return false;
     }
     Line("tables file", Path("tables/tablebin.vkt"));
-    Line("", std::to_string(RecordCount(source, "TGROUPE")) + " groups, " +
-                 std::to_string(RecordCount(source, "TCHAMP")) + " fields, " +
-                 std::to_string(RecordCount(source, "TVALEUR")) + " allowed values, " +
-                 std::to_string(file.length()) + " bytes, " + file.check().Describe());
+    Line("", Plural(RecordCount(source, "TGROUPE"), "group") + ", " +
+                 Plural(RecordCount(source, "TCHAMP"), "field") + ", " +
+                 Plural(RecordCount(source, "TVALEUR"), "allowed value") + ", " +
+                 Plural(file.length(), "byte") + ", " + file.check().Describe());
     return true;
   }
 
   bool Trace(Context& context) {
     if (!context.trace_active) {
       context.trace_path = Path("kt-demo.trace");
-      if (!context.StartTrace(kDemoSyntax.name)) return false;
+      if (!context.StartTrace(kDemoSyntax.name, {})) return false;
     }
     Line("traces", context.trace_path + " (module 1, sub-modules 1 to 8, level " +
                        std::to_string(context.trace_level) + ")");
@@ -203,7 +205,7 @@ class Demo {
     Line("message zone",
          "groups 10, 20 and 30 built with KT_usAjouterGroupe and "
          "KT_usAjouterChamp: " +
-             std::to_string(message.size()) + " bytes");
+             Plural(message.size(), "byte"));
     HexLines(message);
     const bool good = built == KT_OK && check.syntax == KT_OK && check.format == KT_OK;
     Line("", "syntax control " + StatusText(check.syntax) + ", format control " +
@@ -212,7 +214,7 @@ class Demo {
     for (const FailingZone& zone : kFailing) {
       const std::vector<std::uint8_t> bytes = BuildZone(zone.groups, &built);
       const ZoneCheck failing = CheckZone(bytes, true);
-      Line("failing zone", std::string(zone.what) + ", " + std::to_string(bytes.size()) + " bytes");
+      Line("failing zone", std::string(zone.what) + ", " + Plural(bytes.size(), "byte"));
       HexLines(bytes);
       if (failing.syntax != KT_OK || !failing.format || *failing.format == KT_OK) {
         failures_found = false;

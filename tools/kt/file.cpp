@@ -5,6 +5,7 @@
 // record and its tables are copied into a new file created through the
 // library with control type 2, closed with the private key, verified with
 // the built-in public key, and only then put in place of the old one.
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -42,9 +43,11 @@ const CommandSyntax kFileVerifySyntax = {
     "file verify",
     "FILE [--control signature|crc] [--json]",
     "Opens a tables file through the library with its check: the signature\n"
-    "against the built-in public key (control type 2, the default) or the CRC\n"
-    "(control type 1). Exit status 1 when the check fails.\n"
-    "  --control KIND     signature (default) or crc\n"
+    "against the built-in public key (control type 2) or the CRC (control type\n"
+    "1). Without --control the file's own check is found as `kt tables dump`\n"
+    "finds it, and the output names the check that ran. Exit status 1 when the\n"
+    "check fails or the file carries none.\n"
+    "  --control KIND     signature or crc (default: the file's own)\n"
     "  --json             the result as one JSON document\n",
     {{"--control", true}, {"--json", false}},
     1,
@@ -120,13 +123,25 @@ int Sign(Context&, const ParsedArgs& args) {
   const std::string key = args.Get("--key");
   if (key.empty()) return UsageError(kFileSignSyntax, "--key KEYFILE is required");
   const std::string& path = args.positional[0];
+  std::string problem;
+  if (!CheckReadable(path, &problem)) return Failure(kFileSignSyntax.name, problem, path);
+  if (!CheckSigningKey(key, &problem)) {
+    return Failure(kFileSignSyntax.name, problem + "; " + path + " left as it was", key);
+  }
   HeaderFields fields;
   std::vector<std::uint8_t> body;
   if (!ReadTables(path, &fields, &body)) return kExitFailed;
 
+  // Through a link the target is replaced and the link stays; the header
+  // keeps the name the file is opened by.
   const PathParts parts = SplitPath(path);
-  ScratchDirectory scratch(parts.directory, ".kt-sign-");
-  if (!scratch.ok()) return Failure(kFileSignSyntax.name, "cannot write in " + parts.directory);
+  const std::string target = OutputTarget(path);
+  const std::string target_directory = SplitPath(target).directory;
+  ScratchDirectory scratch(target_directory, ".kt-sign-");
+  if (!scratch.ok()) {
+    return Failure(kFileSignSyntax.name, SystemError("cannot write in " + target_directory, errno),
+                   target_directory);
+  }
   const EnteteFichier header = HeaderRecord(fields);
   std::uint16_t file = 0;
   std::uint16_t us =
@@ -140,8 +155,11 @@ int Sign(Context&, const ParsedArgs& args) {
     if (us == KT_OK) us = closed;
   }
   if (us != KT_OK) {
-    return Failure(kFileSignSyntax.name, "cannot sign " + path + " with " + key + ": status " +
-                                             StatusText(us) + "; " + path + " left as it was");
+    return Failure(kFileSignSyntax.name,
+                   "cannot sign " + path + " with " + key + ": status " +
+                       StatusText(us, "the signature could not be made") + "; " + path +
+                       " left as it was",
+                   path, us);
   }
   TablesFile signed_file;
   if (signed_file.Open(scratch.File(parts.name), Control::kSignature) != KT_OK) {
@@ -151,10 +169,15 @@ int Sign(Context&, const ParsedArgs& args) {
                        path + " left as it was");
   }
   signed_file.Close();
+  if (!KeepMode(target, scratch.File(parts.name), &problem)) {
+    return Failure(kFileSignSyntax.name, problem, path);
+  }
   std::error_code error;
-  std::filesystem::rename(scratch.File(parts.name), path, error);
-  if (error)
-    return Failure(kFileSignSyntax.name, "cannot put " + path + " in place: " + error.message());
+  std::filesystem::rename(scratch.File(parts.name), target, error);
+  if (error) {
+    return Failure(kFileSignSyntax.name, "cannot put " + path + " in place: " + error.message(),
+                   path);
+  }
   std::printf("signed %s with %s: %zu bytes of tables, signature good\n", path.c_str(), key.c_str(),
               body.size());
   return kExitOk;
@@ -167,10 +190,29 @@ int Verify(Context&, const ParsedArgs& args) {
     return UsageError(kFileVerifySyntax, "--control is signature or crc");
   }
   const std::string& path = args.positional[0];
+  std::string unreadable;
+  if (!CheckReadable(path, &unreadable)) return Failure(kFileVerifySyntax.name, unreadable, path);
+  // Without --control the file says which check it carries, as for a dump;
+  // an unchecked file has nothing to verify.
+  if (!args.Has("--control")) {
+    TablesFile probe;
+    const std::uint16_t opened = probe.Open(path, Control::kNone);
+    if (opened != KT_OK) {
+      return Failure(kFileVerifySyntax.name,
+                     "cannot open " + path + ": status " + StatusText(opened), path, opened);
+    }
+    probe.Close();
+    control = DetectControl(path);
+    if (control == Control::kNone) {
+      return Failure(kFileVerifySyntax.name,
+                     path + " carries neither a CRC nor a signature: nothing to verify", path);
+    }
+  }
   TablesFile file;
   const std::uint16_t us = file.Open(path, control);
   if (us != KT_OK && us != KT_ERR_CONTROLE) {
-    return Failure(kFileVerifySyntax.name, "cannot open " + path + ": status " + StatusText(us));
+    return Failure(kFileVerifySyntax.name, "cannot open " + path + ": status " + StatusText(us),
+                   path, us);
   }
   const CheckResult& check = file.check();
   if (args.Has("--json")) {
@@ -186,8 +228,9 @@ int Verify(Context&, const ParsedArgs& args) {
     }
     json.EndObject();
     std::printf("%s\n", json.text().c_str());
+    SetJsonFailures(false);  // the document says it already
   } else {
-    std::printf("%s: %s\n", path.c_str(), check.Describe().c_str());
+    std::printf("%s: %s check: %s\n", path.c_str(), ControlName(control), check.Describe().c_str());
   }
   return check.good ? kExitOk : kExitFailed;
 }

@@ -1,9 +1,12 @@
 // kt key generate: an RSA key pair in the files the library and the build
 // read, drawn with the library's own key generation.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -11,6 +14,7 @@
 #include "kt_crypto.h"
 #include "tools/kt/status_text.h"
 #include "tools/kt/tool.h"
+#include "tools/kt/workspace.h"
 
 namespace kt::tool {
 namespace {
@@ -49,17 +53,35 @@ struct Part {
   std::size_t size;
 };
 
-// The bit count in decimal, then the parts with no separator. `mode` keeps
-// a private key from other users.
-bool WriteKeyFile(const std::string& path, mode_t mode, unsigned bits,
-                  std::initializer_list<Part> parts) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, mode);
-  if (fd < 0) return false;
+// The bit count in decimal, then the parts with no separator. The file is
+// made beside its target (through a link, the link's target) and renamed
+// over it only when complete. It keeps an existing file's mode; `mode` is
+// the mode of a new one, and `private_mode` takes group and other rights
+// away whatever the old mode was.
+bool WriteKeyFile(const std::string& path, mode_t mode, bool private_mode, unsigned bits,
+                  std::initializer_list<Part> parts, std::string* error) {
+  const std::string target = OutputTarget(path);
+  struct stat existing;
+  if (stat(target.c_str(), &existing) == 0) mode = existing.st_mode & 07777;
+  if (private_mode) mode &= 0700;
+  std::string temporary = target + ".kt-XXXXXX";
+  const int fd = mkstemp(temporary.data());
+  if (fd < 0) {
+    *error = SystemError("cannot write " + path, errno);
+    return false;
+  }
   std::string bytes = std::to_string(bits);
   for (const Part& part : parts) bytes.append(reinterpret_cast<const char*>(part.bytes), part.size);
-  bool ok = write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+  bool ok = fchmod(fd, mode) == 0 &&
+            write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()) &&
+            fsync(fd) == 0;
   Wipe(bytes.data(), bytes.size());
   ok = close(fd) == 0 && ok;
+  ok = ok && rename(temporary.c_str(), target.c_str()) == 0;
+  if (!ok) {
+    *error = SystemError("cannot write " + path, errno);
+    unlink(temporary.c_str());
+  }
   return ok;
 }
 
@@ -116,7 +138,8 @@ int Generate(Context&, const ParsedArgs& args) {
     Wipe(&private_key, sizeof private_key);
     return Failure(kKeyGenerateSyntax.name, "key generation failed: " + ToolkitStatusText(status));
   }
-  const bool written = WriteKeyFile(key_path, 0600, bits,
+  std::string error;
+  const bool written = WriteKeyFile(key_path, 0600, true, bits,
                                     {{private_key.modulus, KT_MAX_RSA_MODULUS_LEN},
                                      {private_key.publicExponent, KT_MAX_RSA_MODULUS_LEN},
                                      {private_key.exponent, KT_MAX_RSA_MODULUS_LEN},
@@ -124,13 +147,14 @@ int Generate(Context&, const ParsedArgs& args) {
                                      {private_key.prime[1], KT_MAX_RSA_PRIME_LEN},
                                      {private_key.primeExponent[0], KT_MAX_RSA_PRIME_LEN},
                                      {private_key.primeExponent[1], KT_MAX_RSA_PRIME_LEN},
-                                     {private_key.coefficient, KT_MAX_RSA_PRIME_LEN}}) &&
-                       WriteKeyFile(public_path, 0644, bits,
+                                     {private_key.coefficient, KT_MAX_RSA_PRIME_LEN}},
+                                    &error) &&
+                       WriteKeyFile(public_path, 0644, false, bits,
                                     {{public_key.modulus, KT_MAX_RSA_MODULUS_LEN},
-                                     {public_key.exponent, KT_MAX_RSA_MODULUS_LEN}});
+                                     {public_key.exponent, KT_MAX_RSA_MODULUS_LEN}},
+                                    &error);
   Wipe(&private_key, sizeof private_key);
-  if (!written)
-    return Failure(kKeyGenerateSyntax.name, "cannot write " + key_path + " and " + public_path);
+  if (!written) return Failure(kKeyGenerateSyntax.name, error);
   std::printf("wrote %s (private key) and %s (public key), %u bits\n", key_path.c_str(),
               public_path.c_str(), bits);
   return kExitOk;

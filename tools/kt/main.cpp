@@ -1,9 +1,15 @@
 // kt: the command-line tool of the KT common module, on its public
 // interface only. Finds the command and hands it its arguments.
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <exception>
 #include <string>
 #include <vector>
 
+#include "kt_binfiles.h"
+#include "kt_crypto.h"
+#include "tools/kt/output.h"
 #include "tools/kt/tool.h"
 
 namespace kt::tool {
@@ -29,8 +35,29 @@ constexpr Command kCommands[] = {
     {"ini", "set", RunIniSet, "write a key of an ini file"},
 };
 
+// The tool's and the library's versions, and the fingerprint of the public
+// key built into the library: the MD5 of its 128-byte modulus.
+int PrintVersion() {
+  unsigned char modulus[128];
+  for (std::size_t i = 0; i < sizeof modulus; ++i) {
+    modulus[i] = static_cast<unsigned char>(MODULUS[i]);
+  }
+  MD5Context md5;
+  unsigned char digest[16];
+  MD5Init(&md5);
+  MD5Update(&md5, modulus, sizeof modulus);
+  MD5Final(digest, &md5);
+  std::printf(
+      "kt %s\nlibrary vlnvktosx %s (tables file version 0100)\n"
+      "built-in public key: MD5 of the modulus %s\n",
+      KT_TOOL_VERSION, KT_TOOL_VERSION, HexBytes(digest, sizeof digest, true).c_str());
+  return kExitOk;
+}
+
 void PrintOverview(std::FILE* out) {
-  std::fprintf(out, "usage: kt [--trace FILE] COMMAND [ARGUMENTS]\n\ncommands:\n");
+  std::fprintf(out,
+               "usage: kt [--trace FILE] COMMAND [ARGUMENTS]\n       kt --version\n"
+               "       kt help [COMMAND]\n\ncommands:\n");
   for (const Command& command : kCommands) {
     const std::string name = std::string(command.family) +
                              (command.name != nullptr ? std::string(" ") + command.name : "");
@@ -38,8 +65,10 @@ void PrintOverview(std::FILE* out) {
   }
   std::fprintf(out,
                "\n%s\n"
-               "Each command takes --help. Exit status: 0 success, 1 a check or an\n"
-               "operation failed, 2 a wrong command line.\n",
+               "Each command takes --help (kt help COMMAND prints the same). Exit status:\n"
+               "0 success, 1 a check or an operation failed, 2 a wrong command line.\n"
+               "The manual page kt(1) describes every command, the description format\n"
+               "of `kt tables compile` and the safety rules of `kt ini set`.\n",
                GlobalOptionsHelp());
 }
 
@@ -62,6 +91,7 @@ int Main(const std::vector<std::string>& words) {
       PrintOverview(stdout);
       return kExitOk;
     }
+    if (word == "--version") return PrintVersion();
     const std::size_t equals = word.find('=');
     const std::string name = word.substr(0, equals);
     const bool has_value = equals != std::string::npos || at + 1 < words.size();
@@ -86,11 +116,19 @@ int Main(const std::vector<std::string>& words) {
     PrintOverview(stderr);
     return kExitUsage;
   }
+  std::vector<std::string> help_words;
+  if (words[at] == "help" && at + 1 < words.size()) {
+    // "kt help tables compile" is "kt tables compile --help".
+    help_words.assign(words.begin() + static_cast<std::ptrdiff_t>(at) + 1, words.end());
+    help_words.push_back("--help");
+    return Main(help_words);
+  }
   const std::string& family = words[at++];
   if (family == "help") {
     PrintOverview(stdout);
     return kExitOk;
   }
+  if (family == "version") return PrintVersion();
   const Command* found = nullptr;
   bool known_family = false;
   for (const Command& command : kCommands) {
@@ -103,15 +141,15 @@ int Main(const std::vector<std::string>& words) {
   }
   if (found == nullptr) {
     if (!known_family) {
-      std::fprintf(stderr, "kt: unknown command '%s'\n\n", family.c_str());
+      std::fprintf(stderr, "kt: unknown command '%s'\n\n", Escape(family).c_str());
       PrintOverview(stderr);
       return kExitUsage;
     }
     const bool help = at < words.size() && (words[at] == "--help" || words[at] == "-h");
     if (!help) {
-      std::fprintf(
-          stderr, "kt %s: %s\n\n", family.c_str(),
-          at < words.size() ? ("unknown command '" + words[at] + "'").c_str() : "which command?");
+      std::fprintf(stderr, "kt %s: %s\n\n", family.c_str(),
+                   at < words.size() ? ("unknown command '" + Escape(words[at]) + "'").c_str()
+                                     : "which command?");
     }
     PrintFamily(help ? stdout : stderr, family);
     return help ? kExitOk : kExitUsage;
@@ -149,5 +187,19 @@ extern "C" __attribute__((used)) const char* __lsan_default_options() {
 #endif
 
 int main(int argc, char** argv) {
-  return kt::tool::Main(std::vector<std::string>(argv + 1, argv + argc));
+  int status = kt::tool::kExitFailed;
+  try {
+    status = kt::tool::Main(std::vector<std::string>(argv + 1, argv + argc));
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "kt: %s\n", kt::tool::Escape(error.what()).c_str());
+    status = kt::tool::kExitFailed;
+  }
+  // Output that never reached its file is a failure too (a full disk, a
+  // closed pipe): the last buffered bytes are written here.
+  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+    const int error_number = errno;
+    std::fprintf(stderr, "kt: cannot write standard output: %s\n", std::strerror(error_number));
+    return kt::tool::kExitFailed;
+  }
+  return status;
 }

@@ -17,7 +17,9 @@ struct Meaning {
 // One line per status of the library; keep it beside kt_frame.h's list.
 constexpr std::array kStatusMeanings = {
     Meaning{KT_OK, "success"},
-    Meaning{KT_ECHEC, "failure (CRC pass, message signing, or nothing to release)"},
+    // What a bare failure means depends on the call: callers that can meet it
+    // say so through StatusText(status, meaning).
+    Meaning{KT_ECHEC, "failure"},
     Meaning{KT_ERR_TRACE_SOUS_MODULE, "trace sub-module outside 1..8"},
     Meaning{KT_ERR_TRACE_OUVERTURE, "the trace file cannot be opened"},
     Meaning{KT_ERR_TRACE_PLEINE, "trace table full"},
@@ -113,6 +115,11 @@ std::string StatusText(std::uint16_t status) {
   // The toolkit's codes come through unchanged from message verification.
   if (const char* words = Lookup(kToolkitMeanings, status)) return code + " (" + words + ")";
   return code + " (unknown status)";
+}
+
+std::string StatusText(std::uint16_t status, const char* failure_meaning) {
+  if (status == KT_ECHEC) return Hex(status, 4) + " (" + failure_meaning + ")";
+  return StatusText(status);
 }
 
 std::string ToolkitStatusText(std::uint32_t status) {

@@ -12,6 +12,12 @@ namespace kt::tool {
 // "0xF610 (a file operation failed)": the code in hexadecimal and in words.
 std::string StatusText(std::uint16_t status);
 
+// The same, where the caller knows what 0x0001 (KT_ECHEC, which the library
+// gives for several unrelated failures) means at its call:
+// StatusText(us, "the file could not be signed") gives
+// "0x0001 (the file could not be signed)".
+std::string StatusText(std::uint16_t status, const char* failure_meaning);
+
 // "0x040B (signature does not match)" for the toolkit's codes.
 std::string ToolkitStatusText(std::uint32_t status);
 

@@ -1,6 +1,7 @@
 // kt tables compile | dump: dictionary descriptions into tables files, and
 // tables files back into readable form with their checks.
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <map>
@@ -28,7 +29,7 @@ constexpr const char* kLibraryVersion = "0100";
 const CommandSyntax kTablesCompileSyntax = {
     "tables compile",
     "SOURCE -o FILE [--control none|crc|signature] [--key KEYFILE]",
-    "Compiles a dictionary description (see README: groups, fields, values) into\n"
+    "Compiles a dictionary description (its format: kt(1), DESCRIPTION FORMAT) into\n"
     "a tables file, as start-up reads \"tablebin.vkt\". Every problem of the\n"
     "description is reported with its line; nothing is written then. The file\n"
     "is made beside FILE and put in its place only when complete.\n"
@@ -78,24 +79,38 @@ int Compile(Context&, const ParsedArgs& args) {
                       "the file's name must have 1 to 12 characters: the header "
                       "keeps 12 and the opener compares them with the name");
   }
+  std::string key_error;
+  if (!key.empty() && !CheckSigningKey(key, &key_error)) {
+    return Failure(kTablesCompileSyntax.name, key_error + "; nothing written", key);
+  }
   const std::string& source_path = args.positional[0];
-  const std::optional<std::string> text = ReadWholeFile(source_path);
-  if (!text) return Failure(kTablesCompileSyntax.name, "cannot read " + source_path);
+  std::string read_error;
+  const std::optional<std::string> text = ReadInput(source_path, &read_error);
+  if (!text) return Failure(kTablesCompileSyntax.name, read_error, ShownPath(source_path));
 
   DictionarySource source;
   std::vector<SourceError> errors;
   if (!ParseDictionarySource(*text, &source, &errors)) {
     for (const SourceError& error : errors) {
-      std::fprintf(stderr, "%s:%d: %s\n", source_path.c_str(), error.line, error.message.c_str());
+      std::fprintf(stderr, "%s:%d: %s\n", ShownPath(source_path).c_str(), error.line,
+                   Escape(error.message).c_str());
     }
-    return Failure(kTablesCompileSyntax.name, std::to_string(errors.size()) + " problem(s) in " +
-                                                  source_path + ", nothing written");
+    return Failure(
+        kTablesCompileSyntax.name,
+        Plural(errors.size(), "problem") + " in " + ShownPath(source_path) + ", nothing written",
+        ShownPath(source_path));
   }
 
   // Written aside, then renamed: a failure leaves an existing FILE as it was.
-  ScratchDirectory scratch(parts.directory, ".kt-compile-");
-  if (!scratch.ok())
-    return Failure(kTablesCompileSyntax.name, "cannot write in " + parts.directory);
+  // Through a link the target is replaced; the header keeps the name the
+  // file is opened by, the link's.
+  const std::string target = OutputTarget(output);
+  const std::string target_directory = SplitPath(target).directory;
+  ScratchDirectory scratch(target_directory, ".kt-compile-");
+  if (!scratch.ok()) {
+    return Failure(kTablesCompileSyntax.name,
+                   SystemError("cannot write in " + target_directory, errno), target_directory);
+  }
   Progress progress("compiling " + output);
   CompileOptions options;
   options.control = ControlType(control);
@@ -104,19 +119,29 @@ int Compile(Context&, const ParsedArgs& args) {
   const std::uint16_t us = CompileTablesFile(scratch.path(), parts.name, source, options);
   if (us != KT_OK) {
     return Failure(kTablesCompileSyntax.name,
-                   "cannot write " + output + ": status " + StatusText(us));
+                   "cannot write " + output + ": status " +
+                       StatusText(us, "the CRC or the signature could not be made") + "; " +
+                       output + " left as it was",
+                   output, us);
+  }
+  std::string mode_error;
+  if (!KeepMode(target, scratch.File(parts.name), &mode_error)) {
+    return Failure(kTablesCompileSyntax.name, mode_error, output);
   }
   std::error_code error;
-  std::filesystem::rename(scratch.File(parts.name), output, error);
-  if (error)
+  std::filesystem::rename(scratch.File(parts.name), target, error);
+  if (error) {
     return Failure(kTablesCompileSyntax.name,
-                   "cannot put " + output + " in place: " + error.message());
+                   "cannot put " + output + " in place: " + error.message(), output);
+  }
 
   TablesFile written;
   const std::uint16_t opened = written.Open(output, control);
-  std::printf("wrote %s: %u groups, %u fields, %u values, %u bytes, control %s\n", output.c_str(),
-              RecordCount(source, "TGROUPE"), RecordCount(source, "TCHAMP"),
-              RecordCount(source, "TVALEUR"), written.length(), written.check().Describe().c_str());
+  std::printf("wrote %s: %s, %s, %s, %s, control %s\n", output.c_str(),
+              Plural(RecordCount(source, "TGROUPE"), "group").c_str(),
+              Plural(RecordCount(source, "TCHAMP"), "field").c_str(),
+              Plural(RecordCount(source, "TVALEUR"), "value").c_str(),
+              Plural(written.length(), "byte").c_str(), written.check().Describe().c_str());
   if (opened == KT_ERR_CONTROLE && control == Control::kSignature) {
     std::printf(
         "note: the library's built-in public key does not verify this signature "
@@ -496,17 +521,18 @@ void PrintHuman(const std::string& path, const TablesFile& file, const Dump& dum
   }
   std::printf("tables      %zu, from offset %u\n", dump.tables.size(), file.body());
   for (const TableInfo& table : dump.tables) {
-    std::printf("  %-10s at %u: %u records, %u bytes\n", table.name.c_str(), table.offset,
-                table.records, table.data_size);
+    std::printf("  %-10s at %u: %s, %s\n", table.name.c_str(), table.offset,
+                Plural(table.records, "record").c_str(), Plural(table.data_size, "byte").c_str());
     if (!table.preview.empty()) {
       std::printf("    %s%s\n", HexBytes(table.preview.data(), table.preview.size()).c_str(),
                   table.preview.size() < table.data_size ? " ..." : "");
     }
   }
   if (!dump.dictionary_tables.empty()) {
-    std::printf("dictionary  %zu groups, %zu fields, %zu values; index ranges %s\n",
-                dump.groups.size(), dump.fields.size(), dump.values.size(),
-                dump.consecutive ? "consecutive" : "NOT consecutive");
+    std::printf(
+        "dictionary  %s, %s, %s; index ranges %s\n", Plural(dump.groups.size(), "group").c_str(),
+        Plural(dump.fields.size(), "field").c_str(), Plural(dump.values.size(), "value").c_str(),
+        dump.consecutive ? "consecutive" : "NOT consecutive");
     if (dump.consecutive) {
       std::string text = FormatDictionarySource(dump.source);
       std::size_t at = 0;
@@ -531,6 +557,10 @@ int DumpCommand(Context&, const ParsedArgs& args) {
     return UsageError(kTablesDumpSyntax, "--json and --source exclude each other");
   }
   const std::string& path = args.positional[0];
+  std::string unreadable;
+  if (!CheckReadable(path, &unreadable)) {
+    return Failure(kTablesDumpSyntax.name, unreadable, path);
+  }
   const std::string control_text = args.Get("--control", "auto");
   Control control = Control::kNone;
   if (control_text == "auto") {
@@ -541,7 +571,8 @@ int DumpCommand(Context&, const ParsedArgs& args) {
   TablesFile file;
   const std::uint16_t us = file.Open(path, control);
   if (us != KT_OK && us != KT_ERR_CONTROLE) {
-    return Failure(kTablesDumpSyntax.name, "cannot open " + path + ": status " + StatusText(us));
+    return Failure(kTablesDumpSyntax.name, "cannot open " + path + ": status " + StatusText(us),
+                   path, us);
   }
   Dump dump;
   ReadTables(file, &dump);
@@ -558,6 +589,7 @@ int DumpCommand(Context&, const ParsedArgs& args) {
     std::printf("%s", FormatDictionarySource(dump.source).c_str());
   } else if (args.Has("--json")) {
     PrintJson(path, file, dump, ok && dump.problems.empty());
+    SetJsonFailures(false);  // the document says it already
   } else {
     PrintHuman(path, file, dump);
   }

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "kt_crypto.h"
 #include "tools/kt/output.h"
 #include "tools/kt/status_text.h"
 #include "tools/kt/workspace.h"
@@ -12,6 +13,9 @@ namespace kt::tool {
 namespace {
 
 constexpr std::uint32_t kSignatureBytes = 128;
+constexpr std::uint32_t kSignatureBits = 1024;
+// Modulus and two exponents of 128 bytes, five prime fields of 64.
+constexpr std::size_t kPrivateKeyFields = 3 * KT_MAX_RSA_MODULUS_LEN + 5 * KT_MAX_RSA_PRIME_LEN;
 
 std::string FieldAt(const char* block, std::size_t offset, std::size_t capacity) {
   return std::string(block + offset, strnlen(block + offset, capacity));
@@ -164,6 +168,49 @@ Control DetectControl(const std::string& path) {
     if (file.Open(path, control) == KT_OK) return control;
   }
   return layout;
+}
+
+bool CheckSigningKey(const std::string& path, std::string* error) {
+  const std::optional<std::string> bytes = ReadInput(path, error);
+  if (!bytes) {
+    *error = "key problem: " + *error;
+    return false;
+  }
+  std::size_t digits = 0;
+  while (digits < bytes->size() && (*bytes)[digits] >= '0' && (*bytes)[digits] <= '9') ++digits;
+  constexpr std::size_t kPublicFields = 2 * KT_MAX_RSA_MODULUS_LEN;
+  if (digits != 0 && bytes->size() == digits + kPublicFields) {
+    *error = "key problem: " + path + " is a public-key file; signing needs the private key";
+    return false;
+  }
+  if (digits == 0 || bytes->size() != digits + kPrivateKeyFields) {
+    *error = "key problem: " + path + " is not a private-key file (" +
+             std::to_string(bytes->size()) + " bytes; a 1024-bit one has " +
+             std::to_string(4 + kPrivateKeyFields) + ")";
+    return false;
+  }
+  R_RSAPrivateKey key;
+  std::memset(&key, 0, sizeof key);
+  const std::uint16_t us = KT_usLireClePrivee(path.c_str(), &key);
+  bool ok = us == KT_OK;
+  if (!ok) {
+    *error = "key problem: cannot read the private key " + path + ": status " + StatusText(us);
+  } else if (key.bits != kSignatureBits) {
+    *error = "key problem: " + path + " holds a " + std::to_string(key.bits) +
+             "-bit key; signed files need " + std::to_string(kSignatureBits) + " bits";
+    ok = false;
+  } else {
+    static const unsigned char kProbe[] = "kt signing key check";
+    unsigned char signature[KT_MAX_SIGNATURE_LEN];
+    std::uint32_t length = 0;
+    if (R_SignBlock(signature, &length, kProbe, sizeof kProbe, KT_DA_MD5, &key) != KT_RE_OK) {
+      *error = "key problem: " + path + " does not sign (a damaged private key)";
+      ok = false;
+    }
+  }
+  volatile unsigned char* wipe = reinterpret_cast<volatile unsigned char*>(&key);
+  for (std::size_t i = 0; i < sizeof key; ++i) wipe[i] = 0;
+  return ok;
 }
 
 }  // namespace kt::tool

@@ -88,6 +88,11 @@ class TablesFile {
 // written.
 Control DetectControl(const std::string& path);
 
+// Whether `path` is a private-key file that signs tables files: readable,
+// not a public-key file, 1024 bits, and able to sign. Else *error says what
+// is wrong with the key.
+bool CheckSigningKey(const std::string& path, std::string* error);
+
 }  // namespace kt::tool
 
 #endif  // KT_TOOLS_KT_TABLES_FILE_H_

@@ -21,10 +21,13 @@ struct Context {
   std::string trace_path;  // --trace FILE
   std::uint8_t trace_level = 2;
   bool trace_active = false;
+  bool force = false;  // --force: also lets --trace replace a file that is not a trace
 
   // Activates the library's traces (module 1, every sub-module) into
-  // trace_path when it was given. Prints the failure and returns false.
-  bool StartTrace(const std::string& command);
+  // trace_path when it was given. Refuses a trace file that is one of
+  // `paths` (the command's inputs and outputs) and, without --force, an
+  // existing file that is not a trace. Prints the failure and returns false.
+  bool StartTrace(const std::string& command, const std::vector<std::string>& paths);
   void StopTrace();
 };
 
@@ -74,8 +77,19 @@ const char* GlobalOptionsHelp();
 // Prints "kt COMMAND: message" and the usage line on stderr; kExitUsage.
 int UsageError(const CommandSyntax& syntax, const std::string& message);
 
-// Prints "kt COMMAND: message" on stderr; kExitFailed.
-int Failure(const std::string& command, const std::string& message);
+// Prints "kt COMMAND: message" on stderr, control bytes escaped; kExitFailed.
+// Under --json the same failure also goes to stdout as one JSON object,
+// {"error": ..., "status": ..., "path": ...}, with the path concerned and the
+// library's status when there is one (null otherwise).
+int Failure(const std::string& command, const std::string& message, const std::string& path = "",
+            int status = -1);
+
+// Whether failures are also written as JSON (the command took --json).
+void SetJsonFailures(bool on);
+
+// The text with control bytes (C0, DEL, C1) written as \xNN, for messages
+// that echo bytes of the input.
+std::string Escape(const std::string& text);
 
 // Commands, one per family file.
 int RunDemo(Context& context, Arguments words);

@@ -17,8 +17,37 @@ struct PathParts {
 };
 PathParts SplitPath(const std::string& path);
 
-// The whole content of a file; nullopt when it cannot be read.
-std::optional<std::string> ReadWholeFile(const std::string& path);
+// "-" names standard input wherever a command reads a file.
+inline bool IsStandardInput(const std::string& path) { return path == "-"; }
+// The path as messages show it: "standard input" for "-".
+std::string ShownPath(const std::string& path);
+
+// The whole content of a regular file, or of standard input for "-". On
+// failure *error names the path and the reason ("cannot read x: Is a
+// directory"), also when the file changed while it was read.
+std::optional<std::string> ReadInput(const std::string& path, std::string* error);
+
+// Whether `path` opens for reading as a regular file, as the library will
+// open it by name; else *error names the path and the reason.
+bool CheckReadable(const std::string& path, std::string* error);
+
+// The file an output path really names: through symbolic links, their last
+// target, so that writing it leaves the links as links.
+std::string OutputTarget(const std::string& path);
+
+// Gives `fresh` the permission bits of `existing` when that exists, before a
+// rename puts `fresh` in its place; false with *error set when it cannot.
+bool KeepMode(const std::string& existing, const std::string& fresh, std::string* error);
+
+// Where the library takes an ini file name without '/': in the preferences
+// directory ($KT_PREFERENCES_DIR when set and not empty, else the build's).
+std::string PreferencesPath(const std::string& name);
+
+// The absolute path of the running program ("kt" when it cannot be found).
+std::string RunningProgram();
+
+// "PATH: REASON" from errno.
+std::string SystemError(const std::string& what, int error_number);
 
 // A new directory "<parent>/<prefix>XXXXXX" ($TMPDIR or /tmp when parent is
 // empty), removed with its content when the object goes unless kept.

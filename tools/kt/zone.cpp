@@ -55,9 +55,10 @@ bool ZoneBytes(const CommandSyntax& syntax, const ParsedArgs& args,
     }
     return true;
   }
-  const std::optional<std::string> content = ReadWholeFile(args.positional[0]);
+  std::string error;
+  const std::optional<std::string> content = ReadInput(args.positional[0], &error);
   if (!content) {
-    *status = Failure(syntax.name, "cannot read " + args.positional[0]);
+    *status = Failure(syntax.name, error, ShownPath(args.positional[0]));
     return false;
   }
   bytes->assign(content->begin(), content->end());
@@ -87,6 +88,10 @@ int Check(Context&, const ParsedArgs& args) {
     // Start-up reads its directories from "volen.ini": give it one of ours.
     std::error_code error;
     const std::string tables = std::filesystem::absolute(args.Get("--tables"), error).string();
+    std::string unreadable;
+    if (!CheckReadable(args.Get("--tables") + "/tablebin.vkt", &unreadable)) {
+      return Failure(kZoneCheckSyntax.name, unreadable, args.Get("--tables") + "/tablebin.vkt");
+    }
     scratch.emplace("", "kt-zone-");
     if (!scratch->ok() || !std::filesystem::create_directory(scratch->File("work"), error)) {
       return Failure(kZoneCheckSyntax.name, "cannot make a scratch directory");
