@@ -52,9 +52,18 @@ TEST(KeyGen, PrimalityFilterAndPrimeSearchOverSmallNumbers) {
 // whole key pairs (and of Diffie-Hellman parameters) were taken before the
 // arithmetic was rewritten and must never move.
 std::string PairDigest(const KeyPair& pair) {
+  // The records as a little-endian host holds them: the `bits` words are
+  // the only members wider than a byte, so the digests hold on every host.
+  KeyPair image = pair;
+  for (int i = 0; i < 4; ++i) {
+    reinterpret_cast<unsigned char*>(&image.pub)[i] =
+        static_cast<unsigned char>(pair.pub.bits >> (8 * i));
+    reinterpret_cast<unsigned char*>(&image.priv)[i] =
+        static_cast<unsigned char>(pair.priv.bits >> (8 * i));
+  }
   unsigned char digest[16];
   uint32_t len = 0;
-  R_DigestBlock(digest, &len, reinterpret_cast<const unsigned char*>(&pair), sizeof pair,
+  R_DigestBlock(digest, &len, reinterpret_cast<const unsigned char*>(&image), sizeof image,
                 KT_DA_MD5);
   return Hex(digest, len);
 }
