@@ -54,9 +54,12 @@ TEST_F(ToolSafety, EveryCommandNamesThePathAndTheReason) {
   std::vector<Case> cases = {
       {"dir", "dir: Is a directory"},
       {"missing", "missing: No such file or directory"},
-      // Its size says 0 and yet it has bytes: what was read cannot be trusted.
-      {"/proc/self/stat", "/proc/self/stat: it changed while it was read"},
   };
+  // Its size says 0 and yet it has bytes: what was read cannot be trusted.
+  // An emulator (a foreign host's run) serves the file with a true size.
+  if (std::vector<std::string>{KT_TOOL_EMULATOR}.empty()) {
+    cases.push_back({"/proc/self/stat", "/proc/self/stat: it changed while it was read"});
+  }
   if (geteuid() != 0) {  // root reads whatever the mode says
     WriteFile(File("locked"), "x");
     chmod(File("locked").c_str(), 0);
