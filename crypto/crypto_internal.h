@@ -33,6 +33,9 @@ inline void AssignDigit(NN_DIGIT* a, NN_DIGIT b, std::uint32_t digits) noexcept 
 // Bytes of a modulus of `bits` bits.
 inline std::uint32_t ModulusLen(std::uint32_t bits) noexcept { return (bits + 7) / 8; }
 
+// DESFunction on two independent blocks at once, rounds interleaved.
+void DESFunction2(std::uint32_t a[2], std::uint32_t b[2], const std::uint32_t subkeys[32]);
+
 }  // namespace kt::crypto
 
 #endif  // KT_CRYPTO_CRYPTO_INTERNAL_H_

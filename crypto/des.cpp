@@ -105,9 +105,8 @@ constexpr std::array<unsigned char, 56> PC1 = {
 
 // PC2[j]: the bit of the rotated C||D register that becomes round-key bit j.
 constexpr std::array<unsigned char, 48> PC2 = {
-    13, 16, 10, 23, 0,  4,  2,  27, 14, 5,  20, 9,  22, 18, 11, 3,
-    25, 7,  15, 6,  26, 19, 12, 1,  40, 51, 30, 36, 46, 54, 29, 39,
-    50, 44, 32, 47, 43, 48, 38, 55, 33, 52, 45, 41, 49, 35, 28, 31};
+    13, 16, 10, 23, 0,  4,  2,  27, 14, 5,  20, 9,  22, 18, 11, 3,  25, 7,  15, 6,  26, 19, 12, 1,
+    40, 51, 30, 36, 46, 54, 29, 39, 50, 44, 32, 47, 43, 48, 38, 55, 33, 52, 45, 41, 49, 35, 28, 31};
 
 // Cumulative left rotation of each 28-bit half before round i.
 constexpr std::array<unsigned char, 16> TOTAL_ROTATIONS = {1,  2,  4,  6,  8,  10, 12, 14,
@@ -136,7 +135,70 @@ inline void Round(std::uint32_t& left, std::uint32_t right, const std::uint32_t*
   left ^= f;
 }
 
+// Initial permutation as a sequence of swaps of masked bit groups; both
+// halves end rotated left by one bit.
+inline void InitialPermutation(std::uint32_t& left, std::uint32_t& right) {
+  std::uint32_t work = ((left >> 4) ^ right) & 0x0F0F0F0F;
+  right ^= work;
+  left ^= work << 4;
+  work = ((left >> 16) ^ right) & 0x0000FFFF;
+  right ^= work;
+  left ^= work << 16;
+  work = ((right >> 2) ^ left) & 0x33333333;
+  left ^= work;
+  right ^= work << 2;
+  work = ((right >> 8) ^ left) & 0x00FF00FF;
+  left ^= work;
+  right ^= work << 8;
+  right = (right << 1) | (right >> 31);
+  work = (left ^ right) & 0xAAAAAAAA;
+  left ^= work;
+  right ^= work;
+  left = (left << 1) | (left >> 31);
+}
+
+// Final permutation: the same swaps in reverse, halves exchanged into block.
+inline void FinalPermutation(std::uint32_t block[2], std::uint32_t left, std::uint32_t right) {
+  right = (right << 31) | (right >> 1);
+  std::uint32_t work = (left ^ right) & 0xAAAAAAAA;
+  left ^= work;
+  right ^= work;
+  left = (left << 31) | (left >> 1);
+  work = ((left >> 8) ^ right) & 0x00FF00FF;
+  right ^= work;
+  left ^= work << 8;
+  work = ((left >> 2) ^ right) & 0x33333333;
+  right ^= work;
+  left ^= work << 2;
+  work = ((right >> 16) ^ left) & 0x0000FFFF;
+  left ^= work;
+  right ^= work << 16;
+  work = ((right >> 4) ^ left) & 0x0F0F0F0F;
+  left ^= work;
+  right ^= work << 4;
+  block[0] = right;
+  block[1] = left;
+}
+
 }  // namespace
+
+// Two independent blocks with their rounds interleaved: the table lookups of
+// one overlap those of the other, which a single chain of rounds cannot do.
+void DESFunction2(std::uint32_t a[2], std::uint32_t b[2], const std::uint32_t subkeys[32]) {
+  std::uint32_t left_a = a[0], right_a = a[1];
+  std::uint32_t left_b = b[0], right_b = b[1];
+  InitialPermutation(left_a, right_a);
+  InitialPermutation(left_b, right_b);
+  for (unsigned round = 0; round < 8; ++round, subkeys += 4) {
+    Round(left_a, right_a, subkeys);
+    Round(left_b, right_b, subkeys);
+    Round(right_a, left_a, subkeys + 2);
+    Round(right_b, left_b, subkeys + 2);
+  }
+  FinalPermutation(a, left_a, right_a);
+  FinalPermutation(b, left_b, right_b);
+}
+
 }  // namespace kt::crypto
 
 /* see kt_crypto.h */
@@ -184,53 +246,12 @@ void CookKey(uint32_t subkeys[32], const uint32_t raw[32], int32_t encrypt) {
 void DESFunction(uint32_t block[2], const uint32_t subkeys[32]) {
   uint32_t left = block[0];
   uint32_t right = block[1];
-  uint32_t work;
-
-  // Initial permutation as a sequence of swaps of masked bit groups; both
-  // halves end rotated left by one bit.
-  work = ((left >> 4) ^ right) & 0x0F0F0F0F;
-  right ^= work;
-  left ^= work << 4;
-  work = ((left >> 16) ^ right) & 0x0000FFFF;
-  right ^= work;
-  left ^= work << 16;
-  work = ((right >> 2) ^ left) & 0x33333333;
-  left ^= work;
-  right ^= work << 2;
-  work = ((right >> 8) ^ left) & 0x00FF00FF;
-  left ^= work;
-  right ^= work << 8;
-  right = (right << 1) | (right >> 31);
-  work = (left ^ right) & 0xAAAAAAAA;
-  left ^= work;
-  right ^= work;
-  left = (left << 1) | (left >> 31);
-
+  kt::crypto::InitialPermutation(left, right);
   for (unsigned round = 0; round < 8; ++round, subkeys += 4) {
     kt::crypto::Round(left, right, subkeys);
     kt::crypto::Round(right, left, subkeys + 2);
   }
-
-  // Final permutation: the same swaps in reverse, halves exchanged.
-  right = (right << 31) | (right >> 1);
-  work = (left ^ right) & 0xAAAAAAAA;
-  left ^= work;
-  right ^= work;
-  left = (left << 31) | (left >> 1);
-  work = ((left >> 8) ^ right) & 0x00FF00FF;
-  right ^= work;
-  left ^= work << 8;
-  work = ((left >> 2) ^ right) & 0x33333333;
-  right ^= work;
-  left ^= work << 2;
-  work = ((right >> 16) ^ left) & 0x0000FFFF;
-  left ^= work;
-  right ^= work << 16;
-  work = ((right >> 4) ^ left) & 0x0F0F0F0F;
-  left ^= work;
-  right ^= work << 4;
-  block[0] = right;
-  block[1] = left;
+  kt::crypto::FinalPermutation(block, left, right);
 }
 
 /* see kt_crypto.h */

@@ -22,17 +22,22 @@ void Rewind(std::uint32_t iv[2], const std::uint32_t original_iv[2]) {
 }
 
 // CBC over whole blocks. `cipher` runs the block function(s) in place on two
-// words; DESX adds its whiteners around it (zero for the other ciphers).
-template <class Cipher>
+// words, `cipher2` on two blocks at once; DESX adds its whiteners around it
+// (zero for the other ciphers). Decryption does not chain through the block
+// function, so it takes blocks in pairs to overlap their rounds. Both blocks
+// of a pair are read before either is written, so output may equal input.
+template <class Cipher, class Cipher2>
 std::uint32_t CbcUpdate(std::uint32_t iv[2], std::int32_t encrypt, const std::uint32_t in_white[2],
                         const std::uint32_t out_white[2], unsigned char* output,
-                        const unsigned char* input, std::uint32_t len, Cipher cipher) {
+                        const unsigned char* input, std::uint32_t len, Cipher cipher,
+                        Cipher2 cipher2) {
   if (len % 8 != 0) return KT_RE_LEN;
-  std::uint32_t input_block[2], work[2];
-  kt::WipeOnExit wipe(input_block, work);
-  for (std::uint32_t i = 0; i < len; i += 8) {
-    Pack(input_block, &input[i]);
-    if (encrypt) {
+  std::uint32_t input_block[2], work[2], input_next[2], work_next[2];
+  kt::WipeOnExit wipe(input_block, work, input_next, work_next);
+  std::uint32_t i = 0;
+  if (encrypt) {
+    for (; i < len; i += 8) {
+      Pack(input_block, &input[i]);
       work[0] = input_block[0] ^ iv[0] ^ in_white[0];
       work[1] = input_block[1] ^ iv[1] ^ in_white[1];
       cipher(work);
@@ -40,15 +45,36 @@ std::uint32_t CbcUpdate(std::uint32_t iv[2], std::int32_t encrypt, const std::ui
       work[1] ^= out_white[1];
       iv[0] = work[0];
       iv[1] = work[1];
-    } else {
-      work[0] = input_block[0] ^ out_white[0];
-      work[1] = input_block[1] ^ out_white[1];
-      cipher(work);
-      work[0] ^= iv[0] ^ in_white[0];
-      work[1] ^= iv[1] ^ in_white[1];
-      iv[0] = input_block[0];
-      iv[1] = input_block[1];
+      Unpack(&output[i], work);
     }
+    return KT_RE_OK;
+  }
+  for (; len - i >= 16; i += 16) {
+    Pack(input_block, &input[i]);
+    Pack(input_next, &input[i + 8]);
+    work[0] = input_block[0] ^ out_white[0];
+    work[1] = input_block[1] ^ out_white[1];
+    work_next[0] = input_next[0] ^ out_white[0];
+    work_next[1] = input_next[1] ^ out_white[1];
+    cipher2(work, work_next);
+    work[0] ^= iv[0] ^ in_white[0];
+    work[1] ^= iv[1] ^ in_white[1];
+    work_next[0] ^= input_block[0] ^ in_white[0];
+    work_next[1] ^= input_block[1] ^ in_white[1];
+    iv[0] = input_next[0];
+    iv[1] = input_next[1];
+    Unpack(&output[i], work);
+    Unpack(&output[i + 8], work_next);
+  }
+  if (i < len) {
+    Pack(input_block, &input[i]);
+    work[0] = input_block[0] ^ out_white[0];
+    work[1] = input_block[1] ^ out_white[1];
+    cipher(work);
+    work[0] ^= iv[0] ^ in_white[0];
+    work[1] ^= iv[1] ^ in_white[1];
+    iv[0] = input_block[0];
+    iv[1] = input_block[1];
     Unpack(&output[i], work);
   }
   return KT_RE_OK;
@@ -73,15 +99,14 @@ void DES_CBCInit(DESContext* context, const unsigned char* key, const unsigned c
 uint32_t DES_CBCUpdate(DESContext* context, unsigned char* output, const unsigned char* input,
                        uint32_t len) {
   const uint32_t* keys = context->subkeys;
-  return kt::crypto::CbcUpdate(context->iv, context->encrypt, kt::crypto::kNoWhitener,
-                               kt::crypto::kNoWhitener, output, input, len,
-                               [keys](uint32_t block[2]) { DESFunction(block, keys); });
+  return kt::crypto::CbcUpdate(
+      context->iv, context->encrypt, kt::crypto::kNoWhitener, kt::crypto::kNoWhitener, output,
+      input, len, [keys](uint32_t block[2]) { DESFunction(block, keys); },
+      [keys](uint32_t a[2], uint32_t b[2]) { kt::crypto::DESFunction2(a, b, keys); });
 }
 
 /* see kt_crypto.h */
-void DES_CBCRestart(DESContext* context) {
-  kt::crypto::Rewind(context->iv, context->originalIV);
-}
+void DES_CBCRestart(DESContext* context) { kt::crypto::Rewind(context->iv, context->originalIV); }
 
 /* see kt_crypto.h */
 void DESX_CBCInit(DESXContext* context, const unsigned char* key, const unsigned char* iv,
@@ -97,15 +122,14 @@ void DESX_CBCInit(DESXContext* context, const unsigned char* key, const unsigned
 uint32_t DESX_CBCUpdate(DESXContext* context, unsigned char* output, const unsigned char* input,
                         uint32_t len) {
   const uint32_t* keys = context->subkeys;
-  return kt::crypto::CbcUpdate(context->iv, context->encrypt, context->inputWhitener,
-                               context->outputWhitener, output, input, len,
-                               [keys](uint32_t block[2]) { DESFunction(block, keys); });
+  return kt::crypto::CbcUpdate(
+      context->iv, context->encrypt, context->inputWhitener, context->outputWhitener, output, input,
+      len, [keys](uint32_t block[2]) { DESFunction(block, keys); },
+      [keys](uint32_t a[2], uint32_t b[2]) { kt::crypto::DESFunction2(a, b, keys); });
 }
 
 /* see kt_crypto.h */
-void DESX_CBCRestart(DESXContext* context) {
-  kt::crypto::Rewind(context->iv, context->originalIV);
-}
+void DESX_CBCRestart(DESXContext* context) { kt::crypto::Rewind(context->iv, context->originalIV); }
 
 /* see kt_crypto.h */
 void DES3_CBCInit(DES3Context* context, const unsigned char* key, const unsigned char* iv,
@@ -128,16 +152,20 @@ void DES3_CBCInit(DES3Context* context, const unsigned char* key, const unsigned
 uint32_t DES3_CBCUpdate(DES3Context* context, unsigned char* output, const unsigned char* input,
                         uint32_t len) {
   const auto& keys = context->subkeys;
-  return kt::crypto::CbcUpdate(context->iv, context->encrypt, kt::crypto::kNoWhitener,
-                               kt::crypto::kNoWhitener, output, input, len,
-                               [&keys](uint32_t block[2]) {
-                                 DESFunction(block, keys[0]);
-                                 DESFunction(block, keys[1]);
-                                 DESFunction(block, keys[2]);
-                               });
+  return kt::crypto::CbcUpdate(
+      context->iv, context->encrypt, kt::crypto::kNoWhitener, kt::crypto::kNoWhitener, output,
+      input, len,
+      [&keys](uint32_t block[2]) {
+        DESFunction(block, keys[0]);
+        DESFunction(block, keys[1]);
+        DESFunction(block, keys[2]);
+      },
+      [&keys](uint32_t a[2], uint32_t b[2]) {
+        kt::crypto::DESFunction2(a, b, keys[0]);
+        kt::crypto::DESFunction2(a, b, keys[1]);
+        kt::crypto::DESFunction2(a, b, keys[2]);
+      });
 }
 
 /* see kt_crypto.h */
-void DES3_CBCRestart(DES3Context* context) {
-  kt::crypto::Rewind(context->iv, context->originalIV);
-}
+void DES3_CBCRestart(DES3Context* context) { kt::crypto::Rewind(context->iv, context->originalIV); }

@@ -3,6 +3,8 @@
 // bits, and OpenSSL as an oracle on random keys, IVs and data.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "crypto/crypto_test_util.h"
 
 namespace kt::test {
@@ -72,6 +74,37 @@ TEST(DesCbc, LengthRuleRestartInPlaceAndParityBits) {
   // The same key with every parity bit flipped.
   EXPECT_EQ(DesCbc(FromHex("0022446688aaccee"), iv, ByteVector(24, 0), 1),
             ByteVector(first, first + 24));
+}
+
+// Decrypts `cipher` in place, fed in pieces of odd and even block counts so
+// the chaining value crosses both paired and single blocks between calls.
+template <class Context, auto kInit, auto kUpdate>
+ByteVector DecryptInPlaceInPieces(const ByteVector& key, const ByteVector& iv, ByteVector data) {
+  Context context;
+  kInit(&context, key.data(), iv.data(), 0);
+  std::size_t at = 0;
+  for (std::size_t blocks : {3, 1, 2, 1, 4}) {
+    const std::size_t len = std::min(8 * blocks, data.size() - at);
+    EXPECT_EQ(kUpdate(&context, &data[at], &data[at], static_cast<uint32_t>(len)), KT_RE_OK);
+    at += len;
+  }
+  EXPECT_EQ(at, data.size());
+  return data;
+}
+
+TEST(DesCbc, DecryptsInPlaceAcrossUpdatesOfOddAndEvenBlockCounts) {
+  std::mt19937 rng(5);
+  const ByteVector key = RandomBytes(rng, 24), iv = RandomBytes(rng, 8);
+  const ByteVector plain = RandomBytes(rng, 8 * 11);
+  EXPECT_EQ((DecryptInPlaceInPieces<DESContext, DES_CBCInit, DES_CBCUpdate>(
+                key, iv, DesCbc(key, iv, plain, 1))),
+            plain);
+  EXPECT_EQ((DecryptInPlaceInPieces<DES3Context, DES3_CBCInit, DES3_CBCUpdate>(
+                key, iv, Des3Cbc(key, iv, plain, 1))),
+            plain);
+  EXPECT_EQ((DecryptInPlaceInPieces<DESXContext, DESX_CBCInit, DESX_CBCUpdate>(
+                key, iv, DesxCbc(key, iv, plain, 1))),
+            plain);
 }
 
 #ifdef KT_HAVE_OPENSSL
