@@ -41,6 +41,17 @@ TEST(DictionarySource, SampleParsesAndFormatsBackToAnEqualSource) {
   ASSERT_TRUE(
       kt::tool::ParseDictionarySource(kt::tool::FormatDictionarySource(sample), &again, &errors));
   EXPECT_EQ(again, sample);
+
+  // Carriage returns at a line's end, however many, are line-ending debris.
+  DictionarySource crlf;
+  ASSERT_TRUE(kt::tool::ParseDictionarySource("group 1\r\nfield A 0 0\r\r\nvalue ab\r\r\r\n",
+                                              &crlf, &errors));
+  ASSERT_EQ(crlf.groups.size(), 1u);
+  EXPECT_EQ(crlf.groups[0].fields[0].values, std::vector<std::string>{"ab"});
+  DictionarySource crlf_again;
+  ASSERT_TRUE(kt::tool::ParseDictionarySource(kt::tool::FormatDictionarySource(crlf), &crlf_again,
+                                              &errors));
+  EXPECT_EQ(crlf_again, crlf);
 }
 
 TEST(DictionarySource, EveryProblemIsReportedWithItsLine) {

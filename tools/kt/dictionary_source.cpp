@@ -60,7 +60,10 @@ class Parser {
 
   void Line(int number, std::string_view line) {
     line_ = number;
-    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);  // CRLF files
+    // CRLF files, and the stray carriage returns of a file converted twice:
+    // no line keeps one at its end, so a value never ends in one and what
+    // `kt tables dump --source` writes back reads the same.
+    while (!line.empty() && line.back() == '\r') line.remove_suffix(1);
     if (line.find('\0') != std::string_view::npos) return Error("the line holds a NUL byte");
     const std::size_t start = line.find_first_not_of(" \t");
     if (start == std::string_view::npos || line[start] == '#') return;
