@@ -1,5 +1,6 @@
-// What the file-based fuzz targets share: a scratch directory for the run and
-// the file name a binary file's header carries.
+// What the file-based fuzz targets share: a scratch directory for the run,
+// the file name a binary file's header carries, and the cutting of an input
+// into texts.
 #ifndef KT_FUZZ_FUZZ_FILES_H_
 #define KT_FUZZ_FUZZ_FILES_H_
 
@@ -60,6 +61,26 @@ inline std::string HeaderName(const std::uint8_t* data, std::size_t size, const 
   }
   return name;
 }
+
+// Consecutive pieces of an input, from offset `at` on; a piece is cut short
+// where the input ends.
+class Pieces {
+ public:
+  Pieces(const std::uint8_t* data, std::size_t size, std::size_t at)
+      : data_(data), size_(size), at_(std::min(at, size)) {}
+  std::string Take(std::size_t wanted) {
+    const std::size_t n = std::min(wanted, size_ - at_);
+    std::string part(reinterpret_cast<const char*>(data_ + at_), n);
+    at_ += n;
+    return part;
+  }
+  std::string Rest() { return Take(size_ - at_); }
+
+ private:
+  const std::uint8_t* data_;
+  std::size_t size_;
+  std::size_t at_;
+};
 
 }  // namespace kt::fuzz
 

@@ -37,17 +37,11 @@ void Check(bool condition) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 3) return 0;
   const std::string file = PreferencesDirectory() + "/fuzz.ini";
-  std::size_t at = 3;
-  const auto take = [&](std::size_t wanted) {
-    const std::size_t n = std::min(wanted, size - at);
-    std::string part(reinterpret_cast<const char*>(data + at), n);
-    at += n;
-    return part;
-  };
-  const std::string section = take(data[0] % 32);
-  const std::string key = take(data[1] % 32);
+  kt::fuzz::Pieces pieces(data, size, 3);
+  const std::string section = pieces.Take(data[0] % 32);
+  const std::string key = pieces.Take(data[1] % 32);
   const std::uint32_t buffer_size = data[2] % 64;
-  const std::string content = take(size - at);
+  const std::string content = pieces.Rest();
 
   std::FILE* out = std::fopen(file.c_str(), "wb");
   if (out == nullptr) return 0;

@@ -67,17 +67,11 @@ std::optional<std::string> Read(const std::string& content, const std::string& s
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 3) return 0;
-  std::size_t at = 3;
-  const auto take = [&](std::size_t wanted) {
-    const std::size_t n = std::min(wanted, size - at);
-    std::string part(reinterpret_cast<const char*>(data + at), n);
-    at += n;
-    return part;
-  };
-  const std::string section = take(data[0] % 16);
-  const std::string key = take(data[1] % 16);
-  const std::string value = take(data[2] % 16);
-  const std::string content = take(size - at);
+  kt::fuzz::Pieces pieces(data, size, 3);
+  const std::string section = pieces.Take(data[0] % 16);
+  const std::string key = pieces.Take(data[1] % 16);
+  const std::string value = pieces.Take(data[2] % 16);
+  const std::string content = pieces.Rest();
   // The writer takes C texts: a NUL would end them before the tool sees it.
   for (const std::string* text : {&section, &key, &value}) {
     if (text->find('\0') != std::string::npos) return 0;
