@@ -30,21 +30,21 @@ for package in "libvlnvktosx1" "libvlnvktosx-dev" "kt"; do
   [ "$(dpkg-deb -f "$deb" Version)" = "$version" ] || fail "$deb is not version $version"
   dpkg -x "$deb" "$scratch/root"
 done
-dpkg-deb -f "$scratch"/debs/kt_*.deb Depends | grep -q "libvlnvktosx1 (= $version)" ||
+dpkg-deb -f "$scratch"/debs/kt_*.deb Depends | grep "libvlnvktosx1 (= $version)" >/dev/null ||
   fail "kt does not depend on libvlnvktosx1 $version"
-dpkg-deb -f "$scratch"/debs/libvlnvktosx-dev_*.deb Depends | grep -q "libvlnvktosx1 (= $version)" ||
+dpkg-deb -f "$scratch"/debs/libvlnvktosx-dev_*.deb Depends | grep "libvlnvktosx1 (= $version)" >/dev/null ||
   fail "libvlnvktosx-dev does not depend on libvlnvktosx1 $version"
 # Each file in the package it belongs to.
-dpkg-deb -c "$scratch"/debs/libvlnvktosx1_*.deb | grep -q 'usr/lib/libvlnvktosx.so.1' ||
+dpkg-deb -c "$scratch"/debs/libvlnvktosx1_*.deb | grep 'usr/lib/libvlnvktosx.so.1' >/dev/null ||
   fail "the library package lacks the shared object"
-! dpkg-deb -c "$scratch"/debs/libvlnvktosx1_*.deb | grep -q 'include/' ||
+! dpkg-deb -c "$scratch"/debs/libvlnvktosx1_*.deb | grep 'include/' >/dev/null ||
   fail "the library package carries headers"
-dpkg-deb -c "$scratch"/debs/kt_*.deb | grep -q 'usr/share/man/man1/kt.1' ||
+dpkg-deb -c "$scratch"/debs/kt_*.deb | grep 'usr/share/man/man1/kt.1' >/dev/null ||
   fail "the tool package lacks the manual page"
 
 usr="$scratch/root/usr"
 # The tool finds the library through its run path, nothing else.
-env -u LD_LIBRARY_PATH "$usr/bin/kt" --version | grep -q "^kt $version" || fail "kt does not run"
+env -u LD_LIBRARY_PATH "$usr/bin/kt" --version | grep "^kt $version" >/dev/null || fail "kt does not run"
 grep -q 'DESCRIPTION FORMAT' "$usr/share/man/man1/kt.1" || fail "no description format in kt.1"
 bash -c "source '$usr/share/bash-completion/completions/kt'; COMP_WORDS=(kt tables ''); COMP_CWORD=2; _kt; [ \"\${COMPREPLY[*]}\" = 'compile dump' ]" ||
   fail "the completion does not complete"
