@@ -17,6 +17,22 @@ uint16_t KT_usLongueurFichier(FILE* pfFichier, uint32_t* pulLongueur) {
   if (pfFichier == nullptr || pulLongueur == nullptr) return KT_FAIL(KT_ERR_ARGUMENT);
   const kt::io::Offset position = kt::io::Tell(pfFichier);
   if (position == -1L) return KT_FAIL(KT_ERR_FICHIER);
+  // A seek where the stream stands leaves it as the seek to the end and back
+  // did: its output written, its end-of-file mark and pushed-back characters
+  // gone. The end of a regular file is then its size, which costs neither
+  // the two seeks nor the reads that refill the buffer after each.
+  if (kt::io::Seek(pfFichier, 0L, SEEK_CUR) != 0) return KT_FAIL(KT_ERR_FICHIER);
+  std::uint64_t size = 0;
+  const int sized = kt::io::StreamFileSize(pfFichier, &size);
+  if (sized == 0) {
+    *pulLongueur = static_cast<uint32_t>(size);
+    return KT_OK;
+  }
+  if (sized < 0) {
+    *pulLongueur = 0xFFFFFFFFU;  // what a failed position query at the end stores
+    return KT_FAIL(KT_ERR_FICHIER);
+  }
+  // Devices and other files whose size says nothing of their end.
   if (kt::io::Seek(pfFichier, 0L, SEEK_END) != 0) return KT_FAIL(KT_ERR_FICHIER);
   const kt::io::Offset end = kt::io::Tell(pfFichier);
   *pulLongueur = static_cast<uint32_t>(end);  // stored before the check, as callers expect

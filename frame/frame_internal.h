@@ -174,6 +174,11 @@ int Sync(std::FILE* stream, Site site = Site::current()) noexcept;
 int OpenForReading(const char* path, Site site = Site::current()) noexcept;  // Fault::kOpen
 int DescriptorSize(int descriptor, std::uint64_t* size,
                    Site site = Site::current()) noexcept;  // Fault::kSeek
+// The size of the regular file under a stream, from the file system: 0 with
+// the size, 1 when the stream is not on a regular file (*size untouched), -1
+// on failure. Output still in the stream's buffer is not counted.
+int StreamFileSize(std::FILE* stream, std::uint64_t* size,
+                   Site site = Site::current()) noexcept;  // Fault::kSeek
 long ReadDescriptor(int descriptor, void* buffer, std::size_t count,
                     Site site = Site::current()) noexcept;                 // Fault::kRead
 int CloseDescriptor(int descriptor, Site site = Site::current()) noexcept;  // Fault::kClose

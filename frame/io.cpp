@@ -122,6 +122,15 @@ int DescriptorSize(int descriptor, std::uint64_t* size, Site site) noexcept {
   return 0;
 }
 
+int StreamFileSize(std::FILE* stream, std::uint64_t* size, Site site) noexcept {
+  if (Inject(Fault::kSeek, nullptr, site)) return -1;
+  struct stat status {};
+  if (::fstat(::fileno(stream), &status) != 0) return -1;
+  if (!S_ISREG(status.st_mode)) return 1;
+  *size = status.st_size < 0 ? 0 : static_cast<std::uint64_t>(status.st_size);
+  return 0;
+}
+
 long ReadDescriptor(int descriptor, void* buffer, std::size_t count, Site site) noexcept {
   if (Inject(Fault::kRead, nullptr, site)) return -1;
   ssize_t got;

@@ -252,6 +252,32 @@ TEST_P(BinaryFileLoops, WriteCloseAndReopen) {
 
 INSTANTIATE_TEST_SUITE_P(EachControl, BinaryFileLoops, ::testing::Values(0, 1, 2));
 
+// --- The length of a device --------------------------------------------------
+
+// A stream on a device has no file size to ask for: its end is sought, and
+// the stream put back.
+FaultedOperation DeviceLength() {
+  FaultedOperation op;
+  op.run = [] {
+    std::FILE* stream = std::fopen("/dev/null", "rb");
+    if (stream == nullptr) {
+      ADD_FAILURE() << "no /dev/null";
+      return std::uint16_t{KT_OK};
+    }
+    std::uint32_t length = 1;
+    const std::uint16_t us = KT_usLongueurFichier(stream, &length);
+    if (us == KT_OK) {
+      EXPECT_EQ(length, 0u);
+    }
+    std::fclose(stream);
+    return us;
+  };
+  op.failures = {KT_ERR_FICHIER, KT_ERR_RETOUR_POSITION};
+  return op;
+}
+
+TEST_F(FaultLoops, DeviceLength) { RunFaultLoops(DeviceLength()); }
+
 // --- Format control and the dictionary queries -----------------------------------
 
 // A zone of the sample dictionary's groups, built, checked and released.
@@ -385,7 +411,7 @@ SiteCounts SitesInSources() {
   static const std::regex kCall(
       R"(\bKT_Allouer\(|\bkt::frame::CopyText\(|\bkt::io::(Open|Close|Read|Write|Seek|Tell|)"
       R"(GetChar|PutChar|Printf|Sync|OpenForReading|DescriptorSize|ReadDescriptor|)"
-      R"(CloseDescriptor|Rename|Unlink)\()");
+      R"(StreamFileSize|CloseDescriptor|Rename|Unlink)\()");
   SiteCounts sites;
   for (const char* folder : {"frame", "traces", "dictionary", "zones", "binfiles", "checks",
                              "crypto"}) {
@@ -429,7 +455,8 @@ TEST_F(FaultLoops, EveryAllocationAndIoSiteIsFailed) {
   std::vector<FaultedOperation> operations = {StartAndStop(work), VersionFiles(work),
                                               WriteIni(prefs, kIni, false),
                                               WriteIni(prefs, kIni, true),
-                                              WriteIni(prefs, std::nullopt, false)};
+                                              WriteIni(prefs, std::nullopt, false),
+                                              DeviceLength()};
   for (std::uint16_t control : {0, 1, 2}) operations.push_back(BinaryFile(files_.path(), control));
   int runs = 0;
   for (const FaultedOperation& op : operations) {

@@ -39,6 +39,62 @@ TEST_F(FileHelpers, LengthLeavesThePositionWhereItWasAndHoldsPast2GiB) {
   }
 }
 
+TEST_F(FileHelpers, LengthWritesPendingOutputAndResetsTheStreamAsASeekDoes) {
+  // Each case leaves a stream in some state at position 3 and says what the
+  // length is and which byte a read gets after the query.
+  struct Case {
+    const char* what;
+    void (*prepare)(FILE*);
+    std::uint32_t length;
+    int next;
+  };
+  const Case cases[] = {
+      {"unwritten output past the end",
+       [](FILE* f) {
+         std::fputs("0123456789", f);
+         std::fseek(f, 3, SEEK_SET);
+       },
+       10, '3'},
+      {"unwritten output growing the file",
+       [](FILE* f) {
+         std::fputs("012", f);
+         std::fflush(f);
+         std::fputs("3456789ABCDEF", f);
+         std::fseek(f, 3, SEEK_SET);
+       },
+       16, '3'},
+      {"end of file reached",
+       [](FILE* f) {
+         std::fputs("012", f);
+         std::fseek(f, 0, SEEK_SET);
+         while (std::fgetc(f) != EOF) {
+         }
+         ASSERT_TRUE(std::feof(f));
+       },
+       3, EOF},
+      {"a character pushed back",
+       [](FILE* f) {
+         std::fputs("0123456", f);
+         std::fseek(f, 4, SEEK_SET);
+         ASSERT_EQ(std::ungetc('x', f), 'x');
+       },
+       7, '3'},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    FILE* stream = std::fopen(dir_.File("f.bin").c_str(), "wb+");
+    ASSERT_NE(stream, nullptr);
+    c.prepare(stream);
+    std::uint32_t length = 0;
+    EXPECT_EQ(KT_usLongueurFichier(stream, &length), KT_OK);
+    EXPECT_EQ(length, c.length);
+    EXPECT_EQ(std::ftell(stream), 3);
+    EXPECT_FALSE(std::feof(stream));
+    EXPECT_EQ(std::fgetc(stream), c.next);
+    std::fclose(stream);
+  }
+}
+
 TEST_F(FileHelpers, LengthReportsEachFailingStep) {
   const std::string path = dir_.File("f.bin");
   WriteFile(path, "abc");
@@ -47,14 +103,28 @@ TEST_F(FileHelpers, LengthReportsEachFailingStep) {
   std::uint32_t length = 0;
   ArmFault(Fault::kSeek, 0);  // position query
   EXPECT_EQ(KT_usLongueurFichier(stream, &length), KT_ERR_FICHIER);
-  ArmFault(Fault::kSeek, 1);  // seek to the end
+  ArmFault(Fault::kSeek, 1);  // seek where the stream stands
   EXPECT_EQ(KT_usLongueurFichier(stream, &length), KT_ERR_FICHIER);
-  ArmFault(Fault::kSeek, 2);  // position at the end
+  EXPECT_EQ(length, 0u);
+  ArmFault(Fault::kSeek, 2);  // size of the file
   EXPECT_EQ(KT_usLongueurFichier(stream, &length), KT_ERR_FICHIER);
   EXPECT_EQ(length, 0xFFFFFFFFu);  // stored before the check
-  ArmFault(Fault::kSeek, 3);  // seek back
+  std::fclose(stream);
+
+  // A device has no size to ask: its end is sought.
+  stream = std::fopen("/dev/null", "rb");
+  if (stream == nullptr) GTEST_SKIP() << "no /dev/null";
+  length = 5;
+  EXPECT_EQ(KT_usLongueurFichier(stream, &length), KT_OK);
+  EXPECT_EQ(length, 0u);
+  ArmFault(Fault::kSeek, 3);  // seek to the end
+  EXPECT_EQ(KT_usLongueurFichier(stream, &length), KT_ERR_FICHIER);
+  ArmFault(Fault::kSeek, 4);  // position at the end
+  EXPECT_EQ(KT_usLongueurFichier(stream, &length), KT_ERR_FICHIER);
+  EXPECT_EQ(length, 0xFFFFFFFFu);
+  ArmFault(Fault::kSeek, 5);  // seek back
   EXPECT_EQ(KT_usLongueurFichier(stream, &length), KT_ERR_RETOUR_POSITION);
-  EXPECT_EQ(length, 3u);
+  EXPECT_EQ(length, 0u);
   std::fclose(stream);
 }
 
