@@ -1,8 +1,8 @@
 // Opens fuzzer-made bytes as a binary table file with each control type and
 // walks every table and its records with the typed readers, searches tables
-// by name and decodes coded lengths over the raw bytes. The file is saved
-// under the name its header carries, so that the name check passes and the
-// fuzzer reaches the CRC, the signature and the tables; a failed check
+// by name and decodes coded lengths over the raw bytes. The bytes go to a
+// scratch file named as the header says, so that the name check passes and
+// the fuzzer reaches the CRC, the signature and the tables; a failed check
 // leaves the file open, and it is walked all the same.
 #include <unistd.h>
 
@@ -82,12 +82,9 @@ void Walk(uint16_t n) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+  static kt::fuzz::ScratchFile file(Directory());
   const std::string name = NameOf(data, size);
-  const std::string path = Directory() + "/" + name;
-  std::FILE* file = std::fopen(path.c_str(), "wb");
-  if (file == nullptr) return 0;
-  const bool written = std::fwrite(data, 1, size, file) == size;
-  if (std::fclose(file) != 0 || !written) return 0;
+  if (!file.Put(name, data, size)) return 0;
 
   // Every check puts the position back where the header left it, so the
   // walk would be the same after each: it is done after the first only.
@@ -107,6 +104,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     uint32_t count = 0;
     (void)usDecoderLongueur(data, static_cast<uint32_t>(size), index, &length, &count);
   }
-  std::remove(path.c_str());
   return 0;
 }

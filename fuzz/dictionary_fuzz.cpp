@@ -80,14 +80,9 @@ void Release() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static kt::fuzz::ScratchFile scratch(Directory());
   const std::string name = NameOf(data, size);
-  const std::string path = Directory() + "/" + name;
-  if (FILE* out = std::fopen(path.c_str(), "wb")) {
-    std::fwrite(data, 1, size, out);
-    std::fclose(out);
-  } else {
-    return 0;
-  }
+  if (!scratch.Put(name, data, size)) return 0;
   char header[KT_TAILLE_ENTETE_FICHIER] = {};
   std::uint16_t file = 0;
   (void)KT_usInitialiserFichierBinaire(Directory().c_str(), name.c_str(), KT_CONTROLE_AUCUN, &file,
@@ -120,6 +115,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (file != 0) (void)KT_usLibererFichierBinaire(file, nullptr);
   Query();
   Release();
-  (void)unlink(path.c_str());
   return 0;
 }

@@ -1,10 +1,11 @@
 // What the file-based fuzz targets share: a scratch directory for the run,
-// the file name a binary file's header carries, and the cutting of an input
-// into texts.
+// a scratch file rewritten for each input, the file name a binary file's
+// header carries, and the cutting of an input into texts.
 #ifndef KT_FUZZ_FUZZ_FILES_H_
 #define KT_FUZZ_FUZZ_FILES_H_
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 
 namespace kt::fuzz {
 
@@ -47,6 +49,43 @@ inline const std::string& ScratchDirectory(const char* prefix) {
   }();
   return *directory;
 }
+
+// One file in a directory, given each input's name and bytes in turn. It is
+// renamed and rewritten in place, its descriptor kept open, rather than
+// created and removed for every input: on a memory file system the creation,
+// the first write and the removal cost more than opening and reading a small
+// file three times over.
+class ScratchFile {
+ public:
+  explicit ScratchFile(std::string directory) : directory_(std::move(directory)) {}
+  ScratchFile(const ScratchFile&) = delete;
+  ScratchFile& operator=(const ScratchFile&) = delete;
+
+  // The file is then called `name` and holds the `size` bytes; false when
+  // that could not be done.
+  bool Put(const std::string& name, const std::uint8_t* data, std::size_t size) {
+    if (descriptor_ >= 0 && name != name_ &&
+        std::rename(Path(name_).c_str(), Path(name).c_str()) != 0) {
+      (void)close(descriptor_);
+      (void)unlink(Path(name_).c_str());
+      descriptor_ = -1;
+    }
+    if (descriptor_ < 0) {
+      descriptor_ = open(Path(name).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+      if (descriptor_ < 0) return false;
+    }
+    name_ = name;
+    return pwrite(descriptor_, data, size, 0) == static_cast<ssize_t>(size) &&
+           ftruncate(descriptor_, static_cast<off_t>(size)) == 0;
+  }
+
+  std::string Path(const std::string& name) const { return directory_ + "/" + name; }
+
+ private:
+  std::string directory_;
+  std::string name_;
+  int descriptor_ = -1;
+};
 
 // The name in the header's name field (offset 5, 12 characters, trailing
 // blanks dropped), so that the opener's name check passes; `fallback` when it
