@@ -3,7 +3,9 @@
 // byte, encryption both ways).
 #include <gtest/gtest.h>
 
+#include <thread>
 #include <tuple>
+#include <vector>
 
 #include "crypto/crypto_test_util.h"
 
@@ -34,6 +36,48 @@ TEST(Rsa, DataOfModulusLenMinusElevenIsTheLimitForBothEncryptions) {
     EXPECT_EQ(back_len, len - 11);
     EXPECT_EQ(RSAPublicDecrypt(back, &back_len, out, len + 1, &key.pub), KT_RE_LEN);
   }
+}
+
+// Public operations one after the other on different moduli, two of them
+// alike but for one digit, and on a few threads: each gives b^e mod n of
+// its own modulus, as the exponentiation computes it from scratch.
+TEST(Rsa, PublicOperationsOnChangingModuliUseEachTheirOwn) {
+  auto modulus = [](unsigned char top, unsigned char low) {
+    R_RSAPublicKey key{};
+    key.bits = 1024;
+    for (uint32_t i = 0; i < 128; ++i) key.modulus[i] = static_cast<unsigned char>(0x5B + 37 * i);
+    key.modulus[0] = top;
+    key.modulus[127] = low;  // odd
+    key.exponent[125] = 1;   // 65537
+    key.exponent[127] = 1;
+    return key;
+  };
+  const R_RSAPublicKey keys[] = {modulus(0xC1, 0x01), modulus(0xC1, 0x03), modulus(0xC2, 0x01),
+                                 TestKey(512).pub, TestKey(1024).pub};
+  auto check = [&keys](int thread) {
+    for (int round = 0; round < 3; ++round) {
+      for (const R_RSAPublicKey& key : keys) {
+        const uint32_t len = (key.bits + 7) / 8;
+        const ByteVector input(len - 1, static_cast<unsigned char>(0x21 + thread + round));
+        NN_DIGIT b[MAX_NN_DIGITS] = {}, e[MAX_NN_DIGITS] = {},
+                 n[MAX_NN_DIGITS] = {}, expected[MAX_NN_DIGITS] = {};
+        NN_Decode(b, MAX_NN_DIGITS, input.data(), len - 1);
+        NN_Decode(e, MAX_NN_DIGITS, key.exponent, 128);
+        NN_Decode(n, MAX_NN_DIGITS, key.modulus, 128);
+        NN_ModExp(expected, b, e, MAX_NN_DIGITS, n, MAX_NN_DIGITS);
+        unsigned char want[128], got[128];
+        NN_Encode(want, len, expected, MAX_NN_DIGITS);
+        uint32_t got_len = 0;
+        ASSERT_EQ(RSAPublicBlock(got, &got_len, input.data(), len - 1, &key), KT_RE_OK);
+        ASSERT_EQ(got_len, len);
+        EXPECT_EQ(ByteVector(got, got + len), ByteVector(want, want + len));
+      }
+    }
+  };
+  check(0);
+  std::vector<std::thread> threads;
+  for (int t = 1; t <= 3; ++t) threads.emplace_back(check, t);
+  for (std::thread& thread : threads) thread.join();
 }
 
 // An unseeded generator never yields a non-zero padding byte: its status
