@@ -99,7 +99,7 @@ TEST_F(BinFileSlots, FailuresGiveTheNumberBackUntilTheFileIsOpen) {
   EXPECT_EQ(Open("missing", KT_CONTROLE_AUCUN, &number), KT_ERR_FICHIER);
   EXPECT_EQ(number, 0);
   // After it, a failed length query or header write keeps the number.
-  ArmFault(Fault::kSeek, 1);  // the length query's seek to the end
+  ArmFault(Fault::kSeek, 1);  // the length query's seek where the stream stands
   EXPECT_EQ(Open("src", KT_CONTROLE_CRC, &number), KT_ERR_FICHIER);
   EXPECT_EQ(number, 1);  // every number above was given back
   Close(number);
