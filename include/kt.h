@@ -14,8 +14,9 @@
  * - A new zone or file takes the lowest number free at the moment of its
  *   call.
  * - The toolkit's contexts (kt_crypto.h) are caller-owned and the toolkit
- *   holds no state of its own: it needs no lock, and a context is used by
- *   one thread at a time, as any caller-owned data.
+ *   shares no state between threads (its one cache, of a public modulus,
+ *   is per thread): it needs no lock, and a context is used by one thread
+ *   at a time, as any caller-owned data.
  * - A single thread sees exactly what it saw before any of this: the same
  *   statuses, outputs, files and trace lines. The process-wide quirks stay
  *   quirks of one thread's calls:

@@ -15,8 +15,11 @@
  * - numbers cross the interface as unsigned big-endian byte strings; inside,
  *   a number is an array of NN_DIGIT, least significant digit first, with
  *   its digit count passed beside it;
- * - no function keeps global state; the random context is the only source of
- *   fresh secrets and is seeded by the caller.
+ * - no function keeps global state that a caller could see: the public-key
+ *   operations only keep, per thread, the precomputed form of the last
+ *   public modulus they used (public data, redone when another comes); the
+ *   random context is the only source of fresh secrets and is seeded by
+ *   the caller.
  * Lengths are byte counts. Pointers may be null only where a length of 0
  * says that nothing is read or written.
  */
