@@ -2,7 +2,8 @@
 # The whole test suite: a normal build and an AddressSanitizer +
 # UndefinedBehaviorSanitizer build, each built and run with CTest, a
 # ThreadSanitizer build of the concurrency tests, then every libFuzzer target
-# for a bounded time on its seed corpus (when Clang is here).
+# for a bounded time on its seed corpus and the tool's sources compiled by
+# Clang (when Clang is here).
 # KT_FUZZ_SECONDS sets the time per fuzz target (default 30; 0 skips).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -46,5 +47,9 @@ if [ "$fuzz_seconds" -gt 0 ] && command -v clang++ >/dev/null && [ -d "$root/fuz
    ls "$root"/fuzz/*_fuzz.cpp >/dev/null 2>&1; then
   echo "=== fuzz targets (${fuzz_seconds}s each) ==="
   "$root/scripts/fuzz.sh" --no-merge "$fuzz_seconds"
+  # The fuzz build is the one Clang build: have it compile the tool's
+  # sources as well, so that a warning only Clang gives cannot hide there.
+  echo "=== the tool's sources under Clang ==="
+  cmake --build "$root/build/fuzz" -j "$jobs" --target kt_tools
 fi
 echo "test suite: all builds passed"

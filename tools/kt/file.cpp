@@ -20,7 +20,6 @@
 namespace kt::tool {
 namespace {
 
-constexpr std::uint32_t kSignatureBytes = 128;
 // The header line: 60 bytes of fields, the comment, then CR, LF and 0x1A.
 constexpr std::uint32_t kHeaderBytes = 63;
 
