@@ -105,7 +105,8 @@ uint16_t KT_usDonnerRepertoireTravail(char** ppcRepertoire) {
     directory[0] = '\0';
     if (KT_ulLireChaineIni("commun", "repertoiretravail", directory, kDirectoryChars,
                            "volen.ini") == 0) {
-      KT_TRACE(kTraceError, "ERREUR du repertoire de travail  (%u)", 63217u);
+      KT_TRACE(kTraceError, "ERREUR du repertoire de travail  (%u)",
+               static_cast<unsigned>(KT_ERR_REP_TRAVAIL));
       us = KT_FAIL(KT_ERR_REP_TRAVAIL);
     }
     // Handed out even when the key is missing: the caller frees it.

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <string>
 
+#include "frame/support.h"
 #include "kt_crypto.h"
 #include "tools/kt/status_text.h"
 #include "tools/kt/tool.h"
@@ -36,11 +37,6 @@ const CommandSyntax kKeyGenerateSyntax = {
     0,
     0,
 };
-
-// Clears secrets through a volatile pointer, which the optimiser keeps.
-void Wipe(void* p, std::size_t n) {
-  for (auto* b = static_cast<volatile unsigned char*>(p); n != 0; --n) *b++ = 0;
-}
 
 bool ReadSeed(unsigned char* seed) {
   std::ifstream source("/dev/urandom", std::ios::binary);
@@ -75,7 +71,7 @@ bool WriteKeyFile(const std::string& path, mode_t mode, bool private_mode, unsig
   bool ok = fchmod(fd, mode) == 0 &&
             write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()) &&
             fsync(fd) == 0;
-  Wipe(bytes.data(), bytes.size());
+  kt::SecureWipe(bytes.data(), bytes.size());
   ok = close(fd) == 0 && ok;
   ok = ok && rename(temporary.c_str(), target.c_str()) == 0;
   if (!ok) {
@@ -123,7 +119,7 @@ int Generate(Context&, const ParsedArgs& args) {
     if (!ReadSeed(seed)) return Failure(kKeyGenerateSyntax.name, "cannot read /dev/urandom");
     R_RandomInit(&random);
     R_RandomUpdate(&random, seed, kSeedBytes);
-    Wipe(seed, sizeof seed);
+    kt::SecureWipe(seed, sizeof seed);
     R_ProtoKey proto;
     proto.bits = bits;
     proto.useFermat4 = 1;
@@ -135,7 +131,7 @@ int Generate(Context&, const ParsedArgs& args) {
     if (status != KT_RE_OK || public_key.modulus[0] < '0' || public_key.modulus[0] > '9') break;
   }
   if (status != KT_RE_OK || !SelfTest(public_key, private_key)) {
-    Wipe(&private_key, sizeof private_key);
+    kt::SecureWipe(&private_key, sizeof private_key);
     return Failure(kKeyGenerateSyntax.name, "key generation failed: " + ToolkitStatusText(status));
   }
   std::string error;
@@ -153,7 +149,7 @@ int Generate(Context&, const ParsedArgs& args) {
                                     {{public_key.modulus, KT_MAX_RSA_MODULUS_LEN},
                                      {public_key.exponent, KT_MAX_RSA_MODULUS_LEN}},
                                     &error);
-  Wipe(&private_key, sizeof private_key);
+  kt::SecureWipe(&private_key, sizeof private_key);
   if (!written) return Failure(kKeyGenerateSyntax.name, error);
   std::printf("wrote %s (private key) and %s (public key), %u bits\n", key_path.c_str(),
               public_path.c_str(), bits);
