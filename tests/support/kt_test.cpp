@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <fstream>
@@ -25,6 +26,9 @@ ScratchDir::ScratchDir() {
   const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
   std::string name = info != nullptr ? std::string(info->test_suite_name()) + "." + info->name()
                                      : std::string("kt");
+  // Parameterised tests have '/' in their names ("Prefix/Suite", "Test/0"):
+  // kept, it would leave the intermediate directories behind.
+  std::replace(name.begin(), name.end(), '/', '_');
   path_ = root / (name + "." + std::to_string(getpid()) + "." + std::to_string(counter++));
   std::filesystem::remove_all(path_);
   std::filesystem::create_directories(path_);
